@@ -1,0 +1,47 @@
+#include "bench_mesh.h"
+
+#include <cmath>
+#include <random>
+
+namespace bench {
+
+MeshData makeSphere(size_t triangles) {
+    // slices * stacks * 2 triangles, with slices = 2 * stacks.
+    const int stacks = std::max(2, static_cast<int>(std::sqrt(static_cast<double>(triangles) / 4.0)));
+    const int slices = 2 * stacks;
+    const float pi = 3.14159265358979f;
+    MeshData mesh;
+    mesh.vertices.reserve(static_cast<size_t>(slices + 1) * (stacks + 1));
+    for (int j = 0; j <= stacks; ++j) {
+        const float phi = pi * static_cast<float>(j) / static_cast<float>(stacks);
+        for (int i = 0; i <= slices; ++i) {
+            const float theta = 2.0f * pi * static_cast<float>(i) / static_cast<float>(slices);
+            const vec3 p(std::sin(phi) * std::cos(theta), std::cos(phi), std::sin(phi) * std::sin(theta));
+            mesh.vertices.emplace_back(p, p);
+        }
+    }
+    const unsigned row = static_cast<unsigned>(slices) + 1;
+    mesh.indices.reserve(static_cast<size_t>(slices) * stacks * 6);
+    for (unsigned j = 0; j < static_cast<unsigned>(stacks); ++j)
+        for (unsigned i = 0; i < static_cast<unsigned>(slices); ++i) {
+            const unsigned a = j * row + i, b = a + row, c = b + 1, d = a + 1;
+            mesh.indices.insert(mesh.indices.end(), {a, d, b, d, c, b});
+        }
+    return mesh;
+}
+
+std::vector<Ray> makeRays(size_t count, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    std::vector<Ray> rays;
+    rays.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        const float angle = 6.2831853f * static_cast<float>(i) / static_cast<float>(count);
+        const vec3 origin(3.0f * std::cos(angle), unit(rng), 3.0f * std::sin(angle));
+        const vec3 target(unit(rng) * 0.8f, unit(rng) * 0.8f, unit(rng) * 0.8f);
+        rays.emplace_back(origin, glm::normalize(target - origin));
+    }
+    return rays;
+}
+
+} // namespace bench

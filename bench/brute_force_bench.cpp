@@ -1,0 +1,27 @@
+// The brute-force reference: every triangle of a mesh tested against a ray.
+// Every acceleration structure is measured against this rate.
+#include "bench_mesh.h"
+
+#include <korvex/ray.h>
+
+#include <benchmark/benchmark.h>
+
+static void BM_IntersectRayWithMesh(benchmark::State& state) {
+    const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
+    const std::vector<Ray> rays = bench::makeRays(64);
+    const mat4 model(1.0f);
+    size_t next = 0, hits = 0;
+    for (auto _ : state) {
+        vec3 point;
+        hits += IntersectRayWithMesh(rays[next++ % rays.size()], mesh.vertices, mesh.indices,
+                                     model, point);
+        benchmark::DoNotOptimize(point);
+    }
+    const double triangles = static_cast<double>(mesh.indices.size() / 3);
+    state.counters["triangles"] = triangles;
+    state.counters["tris_tested/s"] =
+        benchmark::Counter(triangles * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate);
+    state.counters["hit_ratio"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_IntersectRayWithMesh)->Arg(1 << 20)->Unit(benchmark::kMillisecond);

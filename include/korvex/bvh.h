@@ -1,0 +1,4 @@
+// Bounding volume hierarchy over free-standing triangles, with ray traversal.
+#pragma once
+
+#include <korvex/records.h>

@@ -1,0 +1,4 @@
+// Text geometry: font outlines, ring clean-up and union, extrusion, carving, engraving.
+#pragma once
+
+#include <korvex/records.h>

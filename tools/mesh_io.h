@@ -1,0 +1,25 @@
+// Meshes in and out of the tool, through Assimp.
+#pragma once
+
+#include <korvex/records.h>
+
+#include <string>
+
+namespace cli {
+
+// Every mesh of the file, node transforms applied, triangulated, as one
+// indexed mesh. Throws UsageError when the file cannot be read or holds no
+// triangles.
+MeshData loadMesh(const std::string& path);
+
+// Writes the mesh in the format its extension names (obj, ply, stl, gltf,
+// glb). Throws UsageError on an unknown extension or a failed write.
+void saveMesh(const MeshData& mesh, const std::string& path);
+
+// A UV sphere of radius 1 around the origin: the tool's built-in mesh.
+MeshData makeUvSphere(int slices = 64, int stacks = 32);
+
+// The mesh named on the command line, or the built-in sphere.
+MeshData loadMeshOrDefault(const std::string* path);
+
+} // namespace cli
