@@ -25,3 +25,29 @@ static void BM_IntersectRayWithMesh(benchmark::State& state) {
     state.counters["hit_ratio"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_IntersectRayWithMesh)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+
+#include "embree_peer.h"
+
+// The peer on the same mesh and rays, so the two rates sit side by side.
+static void BM_EmbreeIntersect1(benchmark::State& state) {
+    const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
+    const std::vector<Ray> rays = bench::makeRays(4096);
+    bench::EmbreeScene* scene = bench::embreeBuild(mesh);
+    size_t next = 0;
+    for (auto _ : state) {
+        float t;
+        unsigned triangle;
+        benchmark::DoNotOptimize(
+            bench::embreeIntersect(scene, rays[next++ % rays.size()], t, triangle));
+    }
+    state.counters["rays/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    bench::embreeRelease(scene);
+}
+BENCHMARK(BM_EmbreeIntersect1)->Arg(1 << 20);
+
+static void BM_EmbreeSceneBuild(benchmark::State& state) {
+    const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
+    for (auto _ : state) bench::embreeRelease(bench::embreeBuild(mesh));
+}
+BENCHMARK(BM_EmbreeSceneBuild)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
