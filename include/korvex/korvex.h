@@ -18,4 +18,5 @@
 #include <korvex/loops.h>
 #include <korvex/hull.h>
 #include <korvex/mesh.h>
+#include <korvex/font.h>
 #include <korvex/text.h>

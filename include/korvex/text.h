@@ -2,3 +2,4 @@
 #pragma once
 
 #include <korvex/records.h>
+#include <korvex/font.h>

@@ -1,0 +1,68 @@
+// Adaptive flattening of the quadratic and cubic segments of glyph outlines.
+#include <korvex/font.h>
+
+#include <cmath>
+
+namespace {
+
+// Each split quarters a quadratic's deviation (a factor of 16 on its square),
+// so 12 levels reach 16^12 ~ 2.8e14 below the starting squared deviation,
+// far past single precision. The bound keeps a tolerance that can never be
+// met (zero, negative) from splitting forever.
+constexpr int kMaxSplitDepth = 12;
+
+// A curve that cannot be measured (NaN tolerance, NaN or infinite points) is
+// left as its chord rather than split without end.
+bool stopSplitting(float squaredDeviation, float tolerance, int depth) {
+    return tolerance >= squaredDeviation || depth >= kMaxSplitDepth ||
+           !std::isfinite(squaredDeviation) || std::isnan(tolerance);
+}
+
+void flattenQuad(std::vector<vec2>& ring, const vec2& p0, const vec2& c, const vec2& p1,
+                 float tolerance, int depth) {
+    const vec2 d = c - (p0 + p1) * 0.5f;
+    if (stopSplitting(glm::dot(d, d), tolerance, depth)) {
+        ring.push_back(p1);
+        return;
+    }
+    const vec2 l = (p0 + c) * 0.5f;
+    const vec2 r = (c + p1) * 0.5f;
+    const vec2 m = (l + r) * 0.5f;
+    flattenQuad(ring, p0, l, m, tolerance, depth + 1);
+    flattenQuad(ring, m, r, p1, tolerance, depth + 1);
+}
+
+void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const vec2& c2,
+                  const vec2& p1, float tolerance, int depth) {
+    // Control points against the chord's thirds, scaled by 1.5 so that a
+    // degree-raised quadratic measures exactly its quadratic deviation.
+    const vec2 d1 = (c1 - (p0 * 2.0f + p1) / 3.0f) * 1.5f;
+    const vec2 d2 = (c2 - (p0 + p1 * 2.0f) / 3.0f) * 1.5f;
+    const float s1 = glm::dot(d1, d1);
+    const float s2 = glm::dot(d2, d2);
+    const float squaredDeviation = (std::isnan(s1) || s1 > s2) ? s1 : s2; // NaN wins
+    if (stopSplitting(squaredDeviation, tolerance, depth)) {
+        ring.push_back(p1);
+        return;
+    }
+    const vec2 p01 = (p0 + c1) * 0.5f;
+    const vec2 p12 = (c1 + c2) * 0.5f;
+    const vec2 p23 = (c2 + p1) * 0.5f;
+    const vec2 p012 = (p01 + p12) * 0.5f;
+    const vec2 p123 = (p12 + p23) * 0.5f;
+    const vec2 m = (p012 + p123) * 0.5f;
+    flattenCubic(ring, p0, p01, p012, m, tolerance, depth + 1);
+    flattenCubic(ring, m, p123, p23, p1, tolerance, depth + 1);
+}
+
+} // namespace
+
+void addQuadAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& control, const vec2& p1,
+                     float tolerance) {
+    flattenQuad(ring, p0, control, p1, tolerance, 0);
+}
+
+void addCubicAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const vec2& c2,
+                      const vec2& p1, float tolerance) {
+    flattenCubic(ring, p0, c1, c2, p1, tolerance, 0);
+}
