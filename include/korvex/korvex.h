@@ -19,3 +19,5 @@
 #include <korvex/hull.h>
 #include <korvex/mesh.h>
 #include <korvex/text.h>
+#include <korvex/extrude.h>
+#include <korvex/carve.h>

@@ -2,3 +2,5 @@
 #pragma once
 
 #include <korvex/records.h>
+#include <korvex/extrude.h>
+#include <korvex/carve.h>
