@@ -20,3 +20,5 @@
 #include <korvex/mesh.h>
 #include <korvex/font.h>
 #include <korvex/text.h>
+#include <korvex/extrude.h>
+#include <korvex/carve.h>

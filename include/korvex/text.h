@@ -3,3 +3,5 @@
 
 #include <korvex/records.h>
 #include <korvex/font.h>
+#include <korvex/extrude.h>
+#include <korvex/carve.h>

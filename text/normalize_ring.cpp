@@ -1,0 +1,24 @@
+#include <korvex/extrude.h>
+
+namespace {
+
+inline float distanceSq(const vec2& a, const vec2& b) {
+    const float dx = b.x - a.x;
+    const float dy = b.y - a.y;
+    return dx * dx + dy * dy;
+}
+
+} // namespace
+
+void normalizeRing(std::vector<vec2>& ring, float limit) {
+    const float limitSq = limit * limit;
+    if (ring.size() >= 2 && distanceSq(ring.front(), ring.back()) < limitSq) ring.pop_back();
+
+    // Each point is measured against the last point kept, not its input
+    // neighbour, so a slow drift of tiny steps still gets thinned.
+    std::vector<vec2> kept;
+    kept.reserve(ring.size());
+    for (const vec2& p : ring)
+        if (kept.empty() || distanceSq(kept.back(), p) > limitSq) kept.push_back(p);
+    ring.swap(kept);
+}
