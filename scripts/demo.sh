@@ -6,3 +6,5 @@ build=${1:-build}
 cd "$build/bin"
 echo "== korvex pick (built-in sphere, centre pixel)"
 ./korvex pick
+echo "== korvex text (DejaVu Sans, extruded, into $build/text.obj)"
+./korvex text "Korvex" --height 10 --depth 2 -o ../text.obj --svg ../text.svg
