@@ -50,8 +50,8 @@ struct TableEntry {
 
 inline std::vector<TableEntry> tableDirectory(const Bytes& font) {
     std::vector<TableEntry> tables;
-    const uint16_t count = get16(font, 4);
-    for (uint16_t i = 0; i < count; ++i) {
+    const uint16_t count = font.size() >= 12 ? get16(font, 4) : 0;
+    for (uint16_t i = 0; i < count && 12 + 16 * size_t(i) + 16 <= font.size(); ++i) {
         const size_t entry = 12 + 16 * size_t(i);
         tables.push_back({std::string(font.begin() + long(entry), font.begin() + long(entry) + 4),
                           entry, get32(font, entry + 8), get32(font, entry + 12)});
@@ -78,6 +78,7 @@ inline uint32_t wordSum(const Bytes& b, size_t from, size_t length) {
 // Sets head.checkSumAdjustment so that the whole file sums to 0xB1B0AFBA.
 inline void fixChecksum(Bytes& font) {
     const TableEntry head = findTable(font, "head");
+    if (head.tag.empty() || head.offset + 12 > font.size()) return;
     set32(font, head.offset + 8, 0);
     set32(font, head.offset + 8, 0xB1B0AFBAu - wordSum(font, 0, font.size()));
 }
