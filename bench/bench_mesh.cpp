@@ -7,7 +7,8 @@ namespace bench {
 
 MeshData makeSphere(size_t triangles) {
     // slices * stacks * 2 triangles, with slices = 2 * stacks.
-    const int stacks = std::max(2, static_cast<int>(std::sqrt(static_cast<double>(triangles) / 4.0)));
+    const int stacks =
+        std::max(2, static_cast<int>(std::sqrt(static_cast<double>(triangles) / 4.0)));
     const int slices = 2 * stacks;
     const float pi = 3.14159265358979f;
     MeshData mesh;
@@ -16,7 +17,8 @@ MeshData makeSphere(size_t triangles) {
         const float phi = pi * static_cast<float>(j) / static_cast<float>(stacks);
         for (int i = 0; i <= slices; ++i) {
             const float theta = 2.0f * pi * static_cast<float>(i) / static_cast<float>(slices);
-            const vec3 p(std::sin(phi) * std::cos(theta), std::cos(phi), std::sin(phi) * std::sin(theta));
+            const vec3 p(std::sin(phi) * std::cos(theta), std::cos(phi),
+                         std::sin(phi) * std::sin(theta));
             mesh.vertices.emplace_back(p, p);
         }
     }

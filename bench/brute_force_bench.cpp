@@ -13,16 +13,16 @@ static void BM_IntersectRayWithMesh(benchmark::State& state) {
     size_t next = 0, hits = 0;
     for (auto _ : state) {
         vec3 point;
-        hits += IntersectRayWithMesh(rays[next++ % rays.size()], mesh.vertices, mesh.indices,
-                                     model, point);
+        hits += IntersectRayWithMesh(rays[next++ % rays.size()], mesh.vertices, mesh.indices, model,
+                                     point);
         benchmark::DoNotOptimize(point);
     }
     const double triangles = static_cast<double>(mesh.indices.size() / 3);
     state.counters["triangles"] = triangles;
-    state.counters["tris_tested/s"] =
-        benchmark::Counter(triangles * static_cast<double>(state.iterations()),
-                           benchmark::Counter::kIsRate);
-    state.counters["hit_ratio"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
+    state.counters["tris_tested/s"] = benchmark::Counter(
+        triangles * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["hit_ratio"] =
+        static_cast<double>(hits) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_IntersectRayWithMesh)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 

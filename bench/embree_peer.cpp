@@ -18,9 +18,9 @@ EmbreeScene* embreeBuild(const MeshData& mesh) {
     out->scene = rtcNewScene(out->device);
     RTCGeometry geometry = rtcNewGeometry(out->device, RTC_GEOMETRY_TYPE_TRIANGLE);
     // Embree's own buffers carry the padding its vector loads need.
-    auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(
-        geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, 3 * sizeof(float),
-        mesh.vertices.size()));
+    auto* vertices = static_cast<float*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                3 * sizeof(float), mesh.vertices.size()));
     for (size_t i = 0; i < mesh.vertices.size(); ++i)
         std::memcpy(vertices + 3 * i, &mesh.vertices[i].position, 3 * sizeof(float));
     const size_t triangles = mesh.indices.size() / 3;

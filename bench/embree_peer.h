@@ -14,7 +14,6 @@ void embreeRelease(EmbreeScene* scene);
 
 // Closest hit along the ray from t = 0; on a hit, the distance in units of
 // the direction's length and the triangle number.
-bool embreeIntersect(const EmbreeScene* scene, const Ray& ray, float& distance,
-                     unsigned& triangle);
+bool embreeIntersect(const EmbreeScene* scene, const Ray& ray, float& distance, unsigned& triangle);
 
 } // namespace bench

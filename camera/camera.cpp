@@ -5,7 +5,9 @@
 
 namespace {
 
-vec3 normalizeByInverseLength(const vec3& v) { return v * (1.0f / glm::length(v)); }
+vec3 normalizeByInverseLength(const vec3& v) {
+    return v * (1.0f / glm::length(v));
+}
 
 vec2 ndcOfPixel(int x, int y, int width, int height) {
     const float fx = static_cast<float>(x), fy = static_cast<float>(y);
@@ -21,8 +23,8 @@ vec2 projectWithSize(const vec3& point, const mat4& view, const mat4& projection
     return vec2(sx, sy);
 }
 
-vec3 unprojectMidDepth(float x, float flippedY, const mat4& view, const mat4& projection,
-                       int width, int height) {
+vec3 unprojectMidDepth(float x, float flippedY, const mat4& view, const mat4& projection, int width,
+                       int height) {
     const vec4 viewport(0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height));
     return glm::unProjectNO(vec3(x, flippedY, 0.5f), view, projection, viewport);
 }
@@ -41,9 +43,8 @@ Ray GetRayFromCamera(int x, int y, const mat4& view, const mat4& projection, int
     return ray;
 }
 
-Ray GetRayFromCamera(double x, double y, const mat4& view, const mat4& projection,
-                     int viewportLeft, int viewportTop, int viewportWidth, int viewportHeight,
-                     bool flipY) {
+Ray GetRayFromCamera(double x, double y, const mat4& view, const mat4& projection, int viewportLeft,
+                     int viewportTop, int viewportWidth, int viewportHeight, bool flipY) {
     const double u = (x - viewportLeft) / viewportWidth;
     const double v = (y - viewportTop) / viewportHeight;
     const float ndcX = static_cast<float>(u + u - 1.0);

@@ -20,7 +20,9 @@ uint64_t Fnv1a32(uint32_t bits) {
     return h;
 }
 
-uint64_t MixVec3(uint64_t x, uint64_t y, uint64_t z) { return ((x ^ (y << 1)) >> 1) ^ (z << 1); }
+uint64_t MixVec3(uint64_t x, uint64_t y, uint64_t z) {
+    return ((x ^ (y << 1)) >> 1) ^ (z << 1);
+}
 
 uint64_t HashVec3(const vec3& v) {
     using HASHER::HashFloat;
@@ -38,9 +40,13 @@ uint64_t HashFloat(float v) {
     return Fnv1a32(bits);
 }
 
-uint64_t HashInt(int32_t v) { return Fnv1a32(static_cast<uint32_t>(v)); }
+uint64_t HashInt(int32_t v) {
+    return Fnv1a32(static_cast<uint32_t>(v));
+}
 
-uint64_t Vec3Hash::operator()(const vec3& v) const { return HashVec3(v); }
+uint64_t Vec3Hash::operator()(const vec3& v) const {
+    return HashVec3(v);
+}
 
 bool Vec3Equal::operator()(const vec3& a, const vec3& b) const {
     return glm::all(glm::epsilonEqual(a, b, 1e-5f));

@@ -7,7 +7,9 @@ vec3 closestAxis(const vec3& v) {
 }
 
 namespace {
-vec3 normalizeByInverseLength(const vec3& v) { return v * (1.0f / glm::length(v)); }
+vec3 normalizeByInverseLength(const vec3& v) {
+    return v * (1.0f / glm::length(v));
+}
 
 int sideOf(float distance, float tolerance) {
     if (distance > tolerance) return 1;
@@ -26,8 +28,8 @@ float signedDistToPlane(const vec3& point, const vec3& planePoint, const vec3& n
     return glm::dot(point - planePoint, normal);
 }
 
-bool intersectSegmentPlane(const vec3& a, const vec3& b, const vec3& planePoint,
-                           const vec3& normal, vec3& result, float tolerance) {
+bool intersectSegmentPlane(const vec3& a, const vec3& b, const vec3& planePoint, const vec3& normal,
+                           vec3& result, float tolerance) {
     const float da = signedDistToPlane(a, planePoint, normal);
     const float db = signedDistToPlane(b, planePoint, normal);
     const int sa = sideOf(da, tolerance);
@@ -66,8 +68,10 @@ float distPointPolylineSq(const vec2& point, const std::vector<vec2>& polyline) 
         // A zero-length segment gives a NaN that passes the clamp and then
         // fails the comparison below, so the segment is skipped.
         float s = glm::dot(point - a, ab) / glm::dot(ab, ab);
-        if (s < 0.0f) s = 0.0f;
-        else if (s > 1.0f) s = 1.0f;
+        if (s < 0.0f)
+            s = 0.0f;
+        else if (s > 1.0f)
+            s = 1.0f;
         const vec2 closest = a + ab * s;
         const vec2 d = point - closest;
         const float dist = glm::dot(d, d);
@@ -81,7 +85,6 @@ bool EqualVec3(const vec3& a, const vec3& b, float tolerance) {
 }
 
 Edge MakeEdge(vec3 a, vec3 b) {
-    const bool greater =
-        a.x > b.x || (a.x == b.x && (a.y > b.y || (a.y == b.y && a.z > b.z)));
+    const bool greater = a.x > b.x || (a.x == b.x && (a.y > b.y || (a.y == b.y && a.z > b.z)));
     return greater ? Edge(b, a) : Edge(a, b);
 }

@@ -5,22 +5,30 @@
 Vector3::Vector3() : x(0.0f), y(0.0f), z(0.0f) {}
 Vector3::Vector3(float x, float y, float z) : x(x), y(y), z(z) {}
 
-Vector3 Vector3::operator+(const Vector3& o) const { return Vector3(x + o.x, y + o.y, z + o.z); }
+Vector3 Vector3::operator+(const Vector3& o) const {
+    return Vector3(x + o.x, y + o.y, z + o.z);
+}
 Vector3& Vector3::operator+=(const Vector3& o) {
     x += o.x;
     y += o.y;
     z += o.z;
     return *this;
 }
-Vector3 Vector3::operator-(const Vector3& o) const { return Vector3(x - o.x, y - o.y, z - o.z); }
+Vector3 Vector3::operator-(const Vector3& o) const {
+    return Vector3(x - o.x, y - o.y, z - o.z);
+}
 Vector3& Vector3::operator-=(const Vector3& o) {
     x -= o.x;
     y -= o.y;
     z -= o.z;
     return *this;
 }
-Vector3 Vector3::operator*(float f) const { return Vector3(x * f, y * f, z * f); }
-float Vector3::length() const { return std::sqrt(x * x + y * y + z * z); }
+Vector3 Vector3::operator*(float f) const {
+    return Vector3(x * f, y * f, z * f);
+}
+float Vector3::length() const {
+    return std::sqrt(x * x + y * y + z * z);
+}
 Vector3 Vector3::normalize() const {
     const float len = length();
     if (len > 0.0f) return Vector3(x / len, y / len, z / len);
@@ -53,8 +61,12 @@ vec3 BoundingBox::getPositiveVertex(const Plane& plane) const {
                 n.z >= 0.0f ? max.z : min.z);
 }
 
-vec3 BoundingBox::GetCenter() const { return (max + min) * 0.5f; }
-vec3 BoundingBox::getSize() const { return max - min; }
+vec3 BoundingBox::GetCenter() const {
+    return (max + min) * 0.5f;
+}
+vec3 BoundingBox::getSize() const {
+    return max - min;
+}
 
 void BoundingBox::invalidate() {
     min = vec3(kFloatMax);

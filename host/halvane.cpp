@@ -9,9 +9,13 @@ template <typename T> void Logger<T>::Info(const std::string& label, T value) {
     Write(out.str());
 }
 
-template <typename T> void Logger<T>::String(const std::string& text) { Write(text); }
+template <typename T> void Logger<T>::String(const std::string& text) {
+    Write(text);
+}
 
-template <typename T> void Logger<T>::SetSink(Sink sink) { sink_ = std::move(sink); }
+template <typename T> void Logger<T>::SetSink(Sink sink) {
+    sink_ = std::move(sink);
+}
 
 template <typename T> void Logger<T>::Write(const std::string& line) {
     if (sink_) {

@@ -7,10 +7,16 @@
 namespace {
 
 // min and max with the operand order fixed: a NaN operand yields the second.
-inline float minOf(float p, float q) { return p < q ? p : q; }
-inline float maxOf(float p, float q) { return p > q ? p : q; }
+inline float minOf(float p, float q) {
+    return p < q ? p : q;
+}
+inline float maxOf(float p, float q) {
+    return p > q ? p : q;
+}
 
-inline bool isFinite(float v) { return !std::isnan(v) && !std::isinf(v); }
+inline bool isFinite(float v) {
+    return !std::isnan(v) && !std::isinf(v);
+}
 
 // The slab test shared by the two normalising box tests.
 inline bool forwardRayHitsBox(const Ray& ray, const vec3& boxMin, const vec3& boxMax,
@@ -23,8 +29,8 @@ inline bool forwardRayHitsBox(const Ray& ray, const vec3& boxMin, const vec3& bo
     float nearT[3], farT[3];
     for (int i = 0; i < 3; ++i) {
         // A component this small is treated as parallel: +inf, whatever its sign.
-        const float inv = std::fabs(d[i]) > 1e-6f ? 1.0f / d[i]
-                                                  : std::numeric_limits<float>::infinity();
+        const float inv =
+            std::fabs(d[i]) > 1e-6f ? 1.0f / d[i] : std::numeric_limits<float>::infinity();
         const float t1 = (boxMin[i] - o[i]) * inv;
         const float t2 = (boxMax[i] - o[i]) * inv;
         nearT[i] = minOf(t2, t1);
@@ -34,8 +40,8 @@ inline bool forwardRayHitsBox(const Ray& ray, const vec3& boxMin, const vec3& bo
     const float tFar = minOf(farT[2], minOf(farT[1], farT[0]));
     if (rejectNonFinite && (!isFinite(tNear) || !isFinite(tFar))) return false;
     if (tNear > tFar || tFar < 0.0f) return false;
-    const bool inside = o.x >= boxMin.x && o.x <= boxMax.x && o.y >= boxMin.y &&
-                        o.y <= boxMax.y && o.z >= boxMin.z && o.z <= boxMax.z;
+    const bool inside = o.x >= boxMin.x && o.x <= boxMax.x && o.y >= boxMin.y && o.y <= boxMax.y &&
+                        o.z >= boxMin.z && o.z <= boxMax.z;
     if (inside) return true;
     return tNear > 0.0f;
 }

@@ -112,9 +112,13 @@ static std::map<std::string, Command>& registry() {
     return table;
 }
 
-Registrar::Registrar(Command command) { registry()[command.name] = std::move(command); }
+Registrar::Registrar(Command command) {
+    registry()[command.name] = std::move(command);
+}
 
-const std::map<std::string, Command>& commands() { return registry(); }
+const std::map<std::string, Command>& commands() {
+    return registry();
+}
 
 std::string jsonNumber(double v) {
     if (!std::isfinite(v)) return "null";

@@ -19,9 +19,9 @@ struct UsageError : std::runtime_error {
 };
 
 struct OptionSpec {
-    std::string name;  // with the leading dashes, e.g. "--json"
+    std::string name; // with the leading dashes, e.g. "--json"
     bool takesValue;
-    std::string help;  // one line; for valued options starts with the value's name
+    std::string help; // one line; for valued options starts with the value's name
 };
 
 class Args {

@@ -32,7 +32,8 @@ View makeView(const Args& args, const MeshData& mesh) {
         if (x == std::string::npos) throw UsageError("--size: expected WxH, got '" + *size + "'");
         v.width = parseInteger(size->substr(0, x), "--size");
         v.height = parseInteger(size->substr(x + 1), "--size");
-        if (v.width <= 0 || v.height <= 0) throw UsageError("--size: width and height must be positive");
+        if (v.width <= 0 || v.height <= 0)
+            throw UsageError("--size: width and height must be positive");
     }
 
     vec3 lo(kFloatMax), hi(-kFloatMax);
@@ -41,7 +42,8 @@ View makeView(const Args& args, const MeshData& mesh) {
         hi = glm::max(hi, vertex.position);
     }
     const vec3 centre = mesh.vertices.empty() ? vec3(0.0f) : (lo + hi) * 0.5f;
-    const float radius = mesh.vertices.empty() ? 1.0f : std::max(glm::length(hi - lo) * 0.5f, 1e-3f);
+    const float radius =
+        mesh.vertices.empty() ? 1.0f : std::max(glm::length(hi - lo) * 0.5f, 1e-3f);
 
     v.target = args.vector3("--target").value_or(centre);
     const float halfFov = glm::radians(v.fovDegrees) * 0.5f;

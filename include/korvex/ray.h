@@ -35,8 +35,7 @@ KORVEX_API bool IntersectRayWithPlane(const Ray& ray, const vec3& planeNormal,
 // Miss when |dot(d, n)| < 1e-6, t < 0 or t > 1000. Note the argument order:
 // point, then normal.
 KORVEX_API bool IntersectWithPlane(const vec3& origin, const vec3& direction,
-                                   const vec3& planePoint, const vec3& planeNormal,
-                                   vec3& hitPoint);
+                                   const vec3& planePoint, const vec3& planeNormal, vec3& hitPoint);
 
 // Touching counts: radius^2 >= squared distance from the centre to the box.
 KORVEX_API bool AABBIntersectsSphere(const AABB& box, const vec3& center, float radius);
@@ -48,5 +47,5 @@ KORVEX_API AABB transformAABB(const AABB& box, const mat4& matrix);
 // against the world-space ray; the nearest hit wins and the earliest triangle
 // wins a tie. `hitPoint` receives the hit in world space.
 KORVEX_API bool IntersectRayWithMesh(const Ray& ray, const std::vector<kvx::nsVertex>& vertices,
-                                     const std::vector<unsigned int>& indices,
-                                     const mat4& model, vec3& hitPoint);
+                                     const std::vector<unsigned int>& indices, const mat4& model,
+                                     vec3& hitPoint);
