@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 namespace {
 
@@ -305,6 +306,30 @@ TEST(FontContours, ReadsCffCubicsFromABuiltFont) {
         EXPECT_NEAR(ring[k + 1].x, e.x, 1e-2f);
         EXPECT_NEAR(ring[k + 1].y, e.y, 1e-2f);
     }
+}
+
+} // namespace
+
+namespace {
+
+// Host threads may read fonts at once: nothing is shared between calls.
+TEST(FontContours, ConcurrentCallsAgree) {
+    const std::string text = "Quartz glyph jocks vex dwarf: 0123456789";
+    Rings expected;
+    ASSERT_TRUE(GenerateContoursFromTTF(text, 12.0f, 0.001f, expected));
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int k = 0; k < 3; ++k) {
+                Rings rings;
+                if (!GenerateContoursFromTTF(text, 12.0f, 0.001f, rings) || rings != expected)
+                    ++mismatches[size_t(t)];
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
 
 } // namespace
