@@ -30,9 +30,9 @@ const cli::Registrar registrar({
     "islands. The result is extruded like 'korvex text' (front at z = 0, back at z = -D,\n"
     "centred on x = 0, lowest point on y = 0); --svg draws the carved outline.",
     cli::withTextOptions({
-        {"--outline", true, "POINTS  surface outline, y up, in text units"},
-        {"--margin", true, "M      margin of the default outline (default height / 4)"},
-        {"--depth", true, "D       plate thickness (default 1)"},
+        {"--outline", true, "POINTS  surface outline; the text runs from x = 0, y = -H to 0"},
+        {"--margin", true, "M        margin of the default outline (default height / 4)"},
+        {"--depth", true, "D         plate thickness (default 1)"},
     }),
     runCarve,
 });

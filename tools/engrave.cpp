@@ -39,13 +39,13 @@ const cli::Registrar registrar({
     "flat-shaded walls. Rings are not cut by their holes: the top layer spans the whole\n"
     "outline and the letters show as walls through the slab.",
     cli::withTextOptions({
-        {"--outline", true, "POINTS  surface outline, y up, in text units"},
-        {"--margin", true, "M      margin of the default outline (default height / 4)"},
-        {"--depth", true, "D       slab thickness along the normal (default 1)"},
-        {"--origin", true, "X,Y,Z  plane point of 2D (0, 0) (default 0,0,0)"},
-        {"--u", true, "X,Y,Z       3D direction of 2D x (default 1,0,0)"},
-        {"--v", true, "X,Y,Z       3D direction of 2D y (default 0,1,0)"},
-        {"--normal", true, "X,Y,Z  plane normal (default U x V, made unit length)"},
+        {"--outline", true, "POINTS  surface outline; the text runs from x = 0, y = -H to 0"},
+        {"--margin", true, "M        margin of the default outline (default height / 4)"},
+        {"--depth", true, "D         slab thickness along the normal (default 1)"},
+        {"--origin", true, "X,Y,Z    plane point of 2D (0, 0) (default 0,0,0)"},
+        {"--u", true, "X,Y,Z         3D direction of 2D x (default 1,0,0)"},
+        {"--v", true, "X,Y,Z         3D direction of 2D y (default 0,1,0)"},
+        {"--normal", true, "X,Y,Z    plane normal (default U x V, made unit length)"},
     }),
     runEngrave,
 });

@@ -29,7 +29,7 @@ const cli::Registrar registrar({
     "Rings smaller than 0.1 square units or with an edge under 0.01 are dropped, so very\n"
     "small text loses its finest parts.",
     cli::withTextOptions({
-        {"--depth", true, "D      extrusion depth (default 2)"},
+        {"--depth", true, "D         extrusion depth (default 2)"},
     }),
     runText,
 });

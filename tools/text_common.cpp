@@ -38,11 +38,11 @@ std::string svgNumber(float v) {
 
 std::vector<OptionSpec> withTextOptions(std::vector<OptionSpec> own) {
     std::vector<OptionSpec> options{
-        {"-o", true, "FILE        mesh to write (.obj, .ply, .stl, .gltf, .glb)"},
-        {"--svg", true, "FILE     also write the contours as an SVG picture"},
-        {"--height", true, "H     ascent-to-descent height of the text (default 10)"},
-        {"--tolerance", true, "T  flatness of curves, a squared distance (default 0.0001)"},
-        {"--font", true, "PATH     TrueType or CFF font (default ../content/Fonts/uk.ttf)"},
+        {"-o", true, "FILE           mesh to write (.obj, .ply, .stl, .gltf, .glb)"},
+        {"--svg", true, "FILE        also write the contours as an SVG picture"},
+        {"--height", true, "H        ascent-to-descent height of the text (default 10)"},
+        {"--tolerance", true, "T     flatness of curves, a squared distance (default 0.0001)"},
+        {"--font", true, "PATH       TrueType or CFF font (default ../content/Fonts/uk.ttf)"},
     };
     options.insert(options.end(), own.begin(), own.end());
     return options;
