@@ -228,15 +228,25 @@ inline void pushNumber(Bytes& program, int v) {
 }
 
 // A CFF ("OTTO") font whose glyph 1 ('A') runs `program`; glyph 0 is endchar.
-inline Bytes cffFont(const Bytes& program) {
-    Bytes cff = {1, 0, 4, 1};                                // header
+// `globalSubrs` are called with their number minus 107 (the bias of small
+// sets).
+inline Bytes cffFont(const Bytes& program, const std::vector<Bytes>& globalSubrs = {}) {
+    Bytes cff = {1, 0, 4, 1};                                          // header
     for (int b : {0, 1, 1, 1, 2, int('T')}) cff.push_back(uint8_t(b)); // name INDEX
     const size_t topDict = cff.size();
     for (uint8_t b : {0, 1, 1, 1, 7}) cff.push_back(b); // top dict INDEX, one 6-byte dict
     cff.push_back(29);
     push32(cff, 0); // CharStrings offset, set below
     cff.push_back(17);
-    for (uint8_t b : {0, 0, 0, 0}) cff.push_back(b); // string INDEX, global subrs INDEX
+    push16(cff, 0); // string INDEX
+    push16(cff, uint16_t(globalSubrs.size()));
+    if (!globalSubrs.empty()) {
+        cff.push_back(2);
+        uint16_t offset = 1;
+        push16(cff, offset);
+        for (const Bytes& subr : globalSubrs) push16(cff, offset = uint16_t(offset + subr.size()));
+        for (const Bytes& subr : globalSubrs) cff.insert(cff.end(), subr.begin(), subr.end());
+    }
     set32(cff, topDict + 6, uint32_t(cff.size()));
     push16(cff, 2);
     cff.push_back(1);

@@ -279,6 +279,61 @@ TEST_F(FontCheck, GlyphProgramsThatStbTruetypeWouldMisreadAreRefused) {
     cffDamage(4 + 4, 200, "cff name INDEX ends past the table");
     cffDamage(4 + 6 + 5 + 1, 0x7F, "cff CharStrings offset past the table");
     cffDamage(cff.length - program.size() - 3, 0, "cff CharStrings INDEX with a zero offset");
+
+    // Glyph programs whose subroutines call each other 30 times a level, 8
+    // levels deep: stb_truetype would run for hours.
+    std::vector<Bytes> explosive;
+    for (int level = 0; level < 8; ++level) {
+        Bytes subr;
+        for (int call = 0; call < 30 && level < 7; ++call) {
+            fonttest::pushNumber(subr, level + 1 - 107);
+            subr.push_back(29); // callgsubr
+        }
+        if (level == 7) {
+            for (int v : {1, 1}) fonttest::pushNumber(subr, v);
+            subr.push_back(5);
+        }
+        subr.push_back(11); // return
+        explosive.push_back(subr);
+    }
+    Bytes caller;
+    for (int v : {0, 0}) fonttest::pushNumber(caller, v);
+    caller.push_back(21);
+    fonttest::pushNumber(caller, -107);
+    caller.push_back(29);
+    caller.push_back(14);
+    check(fonttest::cffFont(caller, explosive), false, "cff program of 30^7 steps");
+    // Few steps, but coordinates past what stb_truetype's (int) casts hold:
+    // 40 x 40 calls of 24 moves of 32767 in x and y.
+    Bytes far;
+    for (int k = 0; k < 48; ++k) fonttest::pushNumber(far, 32767);
+    far.push_back(5);
+    far.push_back(11);
+    Bytes forty;
+    for (int call = 0; call < 40; ++call) {
+        fonttest::pushNumber(forty, 1 - 107);
+        forty.push_back(29);
+    }
+    forty.push_back(11);
+    Bytes outward;
+    for (int v : {0, 0}) fonttest::pushNumber(outward, v);
+    outward.push_back(21);
+    for (int call = 0; call < 40; ++call) {
+        fonttest::pushNumber(outward, -107);
+        outward.push_back(29);
+    }
+    outward.push_back(14);
+    check(fonttest::cffFont(outward, {forty, far}), false, "cff coordinates past 1e9");
+    // The same with 2 calls at the top stays in range and is read.
+    Bytes near;
+    for (int v : {0, 0}) fonttest::pushNumber(near, v);
+    near.push_back(21);
+    for (int call = 0; call < 2; ++call) {
+        fonttest::pushNumber(near, -107);
+        near.push_back(29);
+    }
+    near.push_back(14);
+    check(fonttest::cffFont(near, {forty, far}), true, "cff subroutines in range");
 }
 
 } // namespace

@@ -522,6 +522,260 @@ struct CffWalk {
     }
 };
 
+// The views stbtt_InitFont keeps for the glyph programs.
+struct CffPrograms {
+    View charStrings, globalSubrs, localSubrs, fontDicts, fdSelect;
+};
+
+// A dry run of each Type 2 glyph program the way stb_truetype interprets it
+// (stack, subroutine calls and their bias, hint masks, the moves and curves
+// it turns into vertices), for two things its reads cannot show: a program
+// whose subroutines call each other into billions of steps, and coordinates
+// that grow past what its float-to-int conversions can hold.
+struct CharStringRun {
+    CffWalk& w;
+    const CffPrograms& p;
+    View cff; // held to the table's real length, as the reader's is
+
+    // Steps of one glyph, subroutines included, and of the whole font; real
+    // glyphs take hundreds.
+    static constexpr long kMaxSteps = 1L << 18;
+    static constexpr long kMaxFontSteps = 1L << 24;
+    long fontSteps = 0;
+    // Every vertex stb_truetype makes goes through (int).
+    static constexpr float kMaxCoordinate = 1.0e9f;
+
+    float x = 0, y = 0, firstX = 0, firstY = 0;
+    bool inRange = true;
+
+    void check(float v) {
+        if (!(std::fabs(v) < kMaxCoordinate)) inRange = false;
+    }
+    void closeShape() {} // a line back to (firstX, firstY): both already checked
+    void moveBy(float dx, float dy) {
+        closeShape();
+        firstX = x = x + dx;
+        firstY = y = y + dy;
+        check(x), check(y);
+    }
+    void lineBy(float dx, float dy) {
+        x += dx;
+        y += dy;
+        check(x), check(y);
+    }
+    void curveBy(float dx1, float dy1, float dx2, float dy2, float dx3, float dy3) {
+        const float cx1 = x + dx1, cy1 = y + dy1;
+        const float cx2 = cx1 + dx2, cy2 = cy1 + dy2;
+        x = cx2 + dx3;
+        y = cy2 + dy3;
+        check(cx1), check(cy1), check(cx2), check(cy2), check(x), check(y);
+    }
+
+    View subroutine(const View& index, int n) {
+        const int64_t count = w.indexCount(index);
+        const int64_t bias = count >= 33900 ? 32768 : count >= 1240 ? 1131 : 107;
+        const int64_t k = n + bias;
+        if (k < 0 || k >= count) return View{};
+        return w.indexElement(index, static_cast<uint32_t>(k));
+    }
+
+    // The local subroutines of a CID-keyed glyph, through FDSelect. A glyph
+    // that selects no font dictionary is refused.
+    bool cidSubrs(uint32_t glyph, View& subrs) {
+        View select = p.fdSelect;
+        w.seek(select, 0);
+        const int format = w.get8(select);
+        int64_t selector = -1;
+        if (format == 0) {
+            w.skip(select, glyph);
+            selector = w.get8(select);
+        } else if (format == 3) {
+            const uint32_t ranges = w.get(select, 2);
+            uint32_t start = w.get(select, 2);
+            for (uint32_t r = 0; r < ranges; ++r) {
+                const uint32_t fd = w.get8(select);
+                const uint32_t end = w.get(select, 2);
+                if (glyph >= start && glyph < end) {
+                    selector = fd;
+                    break;
+                }
+                start = end;
+            }
+        }
+        if (selector < 0 || selector >= w.indexCount(p.fontDicts)) return false;
+        subrs = w.subrs(cff, w.indexElement(p.fontDicts, static_cast<uint32_t>(selector)));
+        return !w.bad;
+    }
+
+    bool glyph(uint32_t glyphIndex) {
+        x = y = firstX = firstY = 0;
+        int inHeader = 1, maskBits = 0, depth = 0, sp = 0;
+        bool haveSubrs = false;
+        float s[48] = {};
+        View callers[10];
+        View subrs = p.localSubrs;
+        View b = w.indexElement(p.charStrings, glyphIndex);
+        for (long steps = 0; b.cursor < b.size; ++steps) {
+            if (steps > kMaxSteps || ++fontSteps > kMaxFontSteps || w.bad || !inRange) return false;
+            int i = 0;
+            bool clearStack = true;
+            const int b0 = w.get8(b);
+            switch (b0) {
+            case 0x13: // hintmask
+            case 0x14: // cntrmask
+                if (inHeader) maskBits += sp / 2;
+                inHeader = 0;
+                w.skip(b, (maskBits + 7) / 8);
+                break;
+            case 0x01:
+            case 0x03:
+            case 0x12:
+            case 0x17: // stem hints
+                maskBits += sp / 2;
+                break;
+            case 0x15: // rmoveto
+                inHeader = 0;
+                if (sp < 2) return true;
+                moveBy(s[sp - 2], s[sp - 1]);
+                break;
+            case 0x04: // vmoveto
+                inHeader = 0;
+                if (sp < 1) return true;
+                moveBy(0, s[sp - 1]);
+                break;
+            case 0x16: // hmoveto
+                inHeader = 0;
+                if (sp < 1) return true;
+                moveBy(s[sp - 1], 0);
+                break;
+            case 0x05: // rlineto
+                if (sp < 2) return true;
+                for (; i + 1 < sp; i += 2) lineBy(s[i], s[i + 1]);
+                break;
+            case 0x06: // hlineto, then alternating
+            case 0x07: // vlineto, then alternating
+                if (sp < 1) return true;
+                for (bool horizontal = b0 == 0x06; i < sp; ++i, horizontal = !horizontal)
+                    horizontal ? lineBy(s[i], 0) : lineBy(0, s[i]);
+                break;
+            case 0x1E: // vhcurveto
+            case 0x1F: // hvcurveto
+                if (sp < 4) return true;
+                for (bool vertical = b0 == 0x1E; i + 3 < sp; i += 4, vertical = !vertical) {
+                    const float last = (sp - i == 5) ? s[i + 4] : 0.0f;
+                    if (vertical)
+                        curveBy(0, s[i], s[i + 1], s[i + 2], s[i + 3], last);
+                    else
+                        curveBy(s[i], 0, s[i + 1], s[i + 2], last, s[i + 3]);
+                }
+                break;
+            case 0x08: // rrcurveto
+                if (sp < 6) return true;
+                for (; i + 5 < sp; i += 6)
+                    curveBy(s[i], s[i + 1], s[i + 2], s[i + 3], s[i + 4], s[i + 5]);
+                break;
+            case 0x18: // rcurveline
+                if (sp < 8) return true;
+                for (; i + 5 < sp - 2; i += 6)
+                    curveBy(s[i], s[i + 1], s[i + 2], s[i + 3], s[i + 4], s[i + 5]);
+                if (i + 1 >= sp) return true;
+                lineBy(s[i], s[i + 1]);
+                break;
+            case 0x19: // rlinecurve
+                if (sp < 8) return true;
+                for (; i + 1 < sp - 6; i += 2) lineBy(s[i], s[i + 1]);
+                if (i + 5 >= sp) return true;
+                curveBy(s[i], s[i + 1], s[i + 2], s[i + 3], s[i + 4], s[i + 5]);
+                break;
+            case 0x1A:   // vvcurveto
+            case 0x1B: { // hhcurveto
+                if (sp < 4) return true;
+                float f = 0.0f;
+                if (sp & 1) f = s[i++];
+                for (; i + 3 < sp; i += 4, f = 0.0f) {
+                    if (b0 == 0x1B)
+                        curveBy(s[i], f, s[i + 1], s[i + 2], s[i + 3], 0.0f);
+                    else
+                        curveBy(f, s[i], s[i + 1], s[i + 2], 0.0f, s[i + 3]);
+                }
+                break;
+            }
+            case 0x0A: // callsubr
+                if (!haveSubrs) {
+                    if (p.fdSelect.size && !cidSubrs(glyphIndex, subrs)) return false;
+                    haveSubrs = true;
+                }
+                [[fallthrough]];
+            case 0x1D: { // callgsubr
+                if (sp < 1) return true;
+                const int v = static_cast<int>(s[--sp]);
+                if (depth >= 10) return true;
+                callers[depth++] = b;
+                b = subroutine(b0 == 0x0A ? subrs : p.globalSubrs, v);
+                if (b.size == 0) return true;
+                b.cursor = 0;
+                clearStack = false;
+                break;
+            }
+            case 0x0B: // return
+                if (depth <= 0) return true;
+                b = callers[--depth];
+                clearStack = false;
+                break;
+            case 0x0E: // endchar
+                closeShape();
+                return inRange;
+            case 0x0C: { // flex family
+                const int b1 = w.get8(b);
+                if (b1 == 0x22) { // hflex
+                    if (sp < 7) return true;
+                    curveBy(s[0], 0, s[1], s[2], s[3], 0);
+                    curveBy(s[4], 0, s[5], -s[2], s[6], 0);
+                } else if (b1 == 0x23) { // flex
+                    if (sp < 13) return true;
+                    curveBy(s[0], s[1], s[2], s[3], s[4], s[5]);
+                    curveBy(s[6], s[7], s[8], s[9], s[10], s[11]);
+                } else if (b1 == 0x24) { // hflex1
+                    if (sp < 9) return true;
+                    curveBy(s[0], s[1], s[2], s[3], s[4], 0);
+                    curveBy(s[5], 0, s[6], s[7], s[8], -(s[1] + s[3] + s[7]));
+                } else if (b1 == 0x25) { // flex1
+                    if (sp < 11) return true;
+                    const float dx = s[0] + s[2] + s[4] + s[6] + s[8];
+                    const float dy = s[1] + s[3] + s[5] + s[7] + s[9];
+                    float dx6 = s[10], dy6 = s[10];
+                    if (std::fabs(dx) > std::fabs(dy))
+                        dy6 = -dy;
+                    else
+                        dx6 = -dx;
+                    curveBy(s[0], s[1], s[2], s[3], s[4], s[5]);
+                    curveBy(s[6], s[7], s[8], s[9], dx6, dy6);
+                } else {
+                    return true;
+                }
+                break;
+            }
+            default: {
+                if (b0 != 255 && b0 != 28 && b0 < 32) return true;
+                float f;
+                if (b0 == 255) {
+                    f = static_cast<float>(static_cast<int32_t>(w.get(b, 4))) / 0x10000;
+                } else {
+                    w.skip(b, -1);
+                    f = static_cast<float>(static_cast<int16_t>(w.integer(b)));
+                }
+                if (sp >= 48) return true;
+                s[sp++] = f;
+                clearStack = false;
+                break;
+            }
+            }
+            if (clearStack) sp = 0;
+        }
+        return !w.bad && inRange;
+    }
+};
+
 // What stbtt_InitFont parses of a CFF table, and what the glyph programs
 // reach later through the views it keeps.
 bool checkCffOutlines(const Bytes& file, const Table& cffTable, uint32_t numGlyphs) {
@@ -535,13 +789,14 @@ bool checkCffOutlines(const Bytes& file, const Table& cffTable, uint32_t numGlyp
     if (w.bad || w.indexCount(topDicts) == 0) return false;
     const View topDict = w.indexElement(topDicts, 0);
     w.index(b); // strings
-    w.index(b); // global subroutines
+    CffPrograms programs;
+    programs.globalSubrs = w.index(b);
     uint32_t charStrings = 0, charStringType = 2, fdArray = 0, fdSelect = 0;
     w.dictInts(topDict, 17, 1, &charStrings);
     w.dictInts(topDict, 0x100 | 6, 1, &charStringType);
     w.dictInts(topDict, 0x100 | 36, 1, &fdArray);
     w.dictInts(topDict, 0x100 | 37, 1, &fdSelect);
-    w.subrs(b, topDict);
+    programs.localSubrs = w.subrs(b, topDict);
     if (w.bad || charStringType != 2 || charStrings == 0 || charStrings >= cffTable.length)
         return false;
 
@@ -552,6 +807,8 @@ bool checkCffOutlines(const Bytes& file, const Table& cffTable, uint32_t numGlyp
         w.seek(b, fdArray);
         const View fontDicts = w.index(b);
         if (w.bad) return false;
+        programs.fontDicts = fontDicts;
+        programs.fdSelect = w.range(clamped, fdSelect, w.length - fdSelect);
         const uint32_t dictCount = w.indexCount(fontDicts);
         if (dictCount == 0) return false;
         for (uint32_t i = 0; i < dictCount && !w.bad; ++i) {
@@ -577,8 +834,13 @@ bool checkCffOutlines(const Bytes& file, const Table& cffTable, uint32_t numGlyp
         }
     }
     w.seek(b, charStrings);
-    const View glyphPrograms = w.index(b);
-    return !w.bad && w.indexCount(glyphPrograms) >= numGlyphs;
+    programs.charStrings = w.index(b);
+    if (w.bad || w.indexCount(programs.charStrings) < numGlyphs) return false;
+    CharStringRun run{w, programs, clamped};
+    for (uint32_t g = 0; g < numGlyphs; ++g) {
+        if (!run.glyph(g)) return false;
+    }
+    return true;
 }
 
 } // namespace
