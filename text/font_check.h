@@ -31,4 +31,9 @@ struct FontCheck {
 // must give ascent > descent.
 FontCheck checkFontData(const unsigned char* data, size_t size);
 
+// The CFF table of `length` bytes at `table`, for a font of `numGlyphs`
+// glyphs: header, INDEXes, top, private and font dictionaries, FDSelect, and
+// a dry run of every glyph program (steps bounded, coordinates in range).
+bool checkCffTable(const unsigned char* table, uint64_t length, uint32_t numGlyphs);
+
 } // namespace textgeom
