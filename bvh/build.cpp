@@ -148,10 +148,12 @@ std::unique_ptr<BVHNode> createBVHNode(const std::vector<Triangle>& triangles, i
     // what a whole tree has; it counts as a whole tree.
     depth = std::max(depth, 0);
 
-    std::vector<Prim> prims(triangles.size());
-    const BoundingBox box = fillPrimsInParallel(triangles.data(), prims.data(), triangles.size());
-    std::vector<uint32_t> ids(triangles.size()), scratch(triangles.size());
-    for (size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<uint32_t>(i);
-    const Input in{triangles.data(), prims.data()};
-    return buildNode(in, Range{ids.data(), scratch.data(), ids.size()}, box, depth);
+    // Working arrays, left uninitialised: every entry is written before it is read.
+    const size_t count = triangles.size();
+    const std::unique_ptr<Prim[]> prims(new Prim[count]);
+    const std::unique_ptr<uint32_t[]> ids(new uint32_t[count]), scratch(new uint32_t[count]);
+    const BoundingBox box = fillPrimsInParallel(triangles.data(), prims.get(), count);
+    for (size_t i = 0; i < count; ++i) ids[i] = static_cast<uint32_t>(i);
+    const Input in{triangles.data(), prims.get()};
+    return buildNode(in, Range{ids.get(), scratch.get(), count}, box, depth);
 }
