@@ -14,7 +14,6 @@
 #include <future>
 #include <limits>
 #include <stdexcept>
-#include <thread>
 
 using namespace korvex_detail;
 
@@ -109,31 +108,13 @@ Prim primOf(const Triangle& t) {
     return p;
 }
 
-// Prims of [begin, end) and their box, folded in order.
+// Prims of [begin, end) and their box, folded in order. This first pass runs
+// on the calling thread: the only tasks of a build are those of the nodes.
 BoundingBox fillPrims(const Triangle* triangles, Prim* prims, size_t begin, size_t end) {
     BoundingBox box;
     for (size_t i = begin; i < end; ++i) {
         prims[i] = primOf(triangles[i]);
         foldBox(box.min, box.max, prims[i].lo, prims[i].hi);
-    }
-    return box;
-}
-
-// The first pass reads every triangle once; large lists are shared among
-// the cores, and the chunk boxes are folded in chunk order.
-BoundingBox fillPrimsInParallel(const Triangle* triangles, Prim* prims, size_t count) {
-    constexpr size_t kMinChunk = size_t{1} << 16;
-    const size_t cores = std::max(1u, std::thread::hardware_concurrency());
-    const size_t chunks = std::min(cores, std::max<size_t>(1, count / kMinChunk));
-    if (chunks == 1) return fillPrims(triangles, prims, 0, count);
-    std::vector<std::future<BoundingBox>> parts;
-    for (size_t c = 1; c < chunks; ++c)
-        parts.push_back(std::async(std::launch::async, fillPrims, triangles, prims,
-                                   count * c / chunks, count * (c + 1) / chunks));
-    BoundingBox box = fillPrims(triangles, prims, 0, count / chunks);
-    for (auto& part : parts) {
-        const BoundingBox b = part.get();
-        foldBox(box.min, box.max, b.min, b.max);
     }
     return box;
 }
@@ -152,7 +133,7 @@ std::unique_ptr<BVHNode> createBVHNode(const std::vector<Triangle>& triangles, i
     const size_t count = triangles.size();
     const std::unique_ptr<Prim[]> prims(new Prim[count]);
     const std::unique_ptr<uint32_t[]> ids(new uint32_t[count]), scratch(new uint32_t[count]);
-    const BoundingBox box = fillPrimsInParallel(triangles.data(), prims.get(), count);
+    const BoundingBox box = fillPrims(triangles.data(), prims.get(), 0, count);
     for (size_t i = 0; i < count; ++i) ids[i] = static_cast<uint32_t>(i);
     const Input in{triangles.data(), prims.get()};
     return buildNode(in, Range{ids.get(), scratch.get(), count}, box, depth);
