@@ -40,10 +40,9 @@ extern template class Logger<double>;
 extern HALVANE_API Logger<double> LOG;
 
 // One entry of the engine's variable table. `data` points at the variable's
-// storage; the type is known to whoever registered it.
+// storage; its type is known to whoever registered and whoever reads it.
 struct RegisteredVar {
     void* data;
-    const char* type;
 };
 
 // The engine's table of named variables, keyed by name.
