@@ -99,13 +99,15 @@ Edge toEdge(const EdgeView& v) {
     return e;
 }
 
-// One key of the map: equal hashes and equal by Edge::operator==. Equal
+// One key of the map: equal by Edge::operator== and equal hashes. Equal
 // floats (+0 against -0 included) have equal hashes, so only nearly-equal
-// edges need their EdgeHash computed.
+// edges need their EdgeHash computed. Equal floats alone are not enough: an
+// infinite coordinate is not within 1e-5 of itself.
 bool sameKey(const EdgeView& stored, const EdgeView& edge) {
-    if (*stored.a == *edge.a && *stored.b == *edge.b) return true;
     const Edge s = toEdge(stored), e = toEdge(edge);
-    return sameEdge(s, e) && edgeHash(s) == edgeHash(e);
+    if (!sameEdge(s, e)) return false;
+    if (*stored.a == *edge.a && *stored.b == *edge.b) return true;
+    return edgeHash(s) == edgeHash(e);
 }
 
 inline const vec3& corner(const Triangle& t, uint32_t i) {
