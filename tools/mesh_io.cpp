@@ -59,15 +59,24 @@ MeshData loadMesh(const std::string& path) {
     return mesh;
 }
 
-void saveMesh(const MeshData& mesh, const std::string& path) {
+namespace {
+
+std::string exportFormat(const std::string& path) {
     const std::string ext = lowerExtension(path);
-    std::string format;
-    if (ext == "obj") format = "obj";
-    else if (ext == "ply") format = "ply";
-    else if (ext == "stl") format = "stl";
-    else if (ext == "gltf") format = "gltf2";
-    else if (ext == "glb") format = "glb2";
-    else throw UsageError("cannot write '" + path + "': use .obj, .ply, .stl, .gltf or .glb");
+    if (ext == "obj") return "obj";
+    if (ext == "ply") return "ply";
+    if (ext == "stl") return "stl";
+    if (ext == "gltf") return "gltf2";
+    if (ext == "glb") return "glb2";
+    throw UsageError("cannot write '" + path + "': use .obj, .ply, .stl, .gltf or .glb");
+}
+
+} // namespace
+
+void checkSavePath(const std::string& path) { exportFormat(path); }
+
+void saveMesh(const MeshData& mesh, const std::string& path) {
+    const std::string format = exportFormat(path);
 
     // Assimp's scene takes ownership of everything hung on it.
     aiScene scene;
@@ -135,6 +144,10 @@ MeshData makeUvSphere(int slices, int stacks) {
 
 MeshData loadMeshOrDefault(const std::string* path) {
     return path ? loadMesh(*path) : makeUvSphere();
+}
+
+MeshData loadInputMesh(const std::string& in) {
+    return in == "builtin" ? makeUvSphere() : loadMesh(in);
 }
 
 } // namespace cli
