@@ -57,11 +57,12 @@ uint64_t edgeHash(const Edge& e) {
 struct EdgeView {
     const vec3* a;
     const vec3* b;
+    bool swapped; // a is the triangle's later corner
 };
 
 inline EdgeView canonicalView(const vec3& a, const vec3& b) {
     const bool greater = a.x > b.x || (a.x == b.x && (a.y > b.y || (a.y == b.y && a.z > b.z)));
-    return greater ? EdgeView{&b, &a} : EdgeView{&a, &b};
+    return greater ? EdgeView{&b, &a, true} : EdgeView{&a, &b, false};
 }
 
 // Where an edge is placed in the table. Equal for edges with equal key bits,
@@ -100,14 +101,18 @@ Edge toEdge(const EdgeView& v) {
 }
 
 // One key of the map: equal by Edge::operator== and equal hashes. Equal
-// floats (+0 against -0 included) have equal hashes, so only nearly-equal
-// edges need their EdgeHash computed. Equal floats alone are not enough: an
-// infinite coordinate is not within 1e-5 of itself.
+// finite floats (+0 against -0 included) satisfy both, which settles the
+// common case with six comparisons; an infinite coordinate is not within
+// 1e-5 of itself, and only nearly-equal edges need their EdgeHash computed.
 bool sameKey(const EdgeView& stored, const EdgeView& edge) {
+    const vec3 &sa = *stored.a, &sb = *stored.b, &ea = *edge.a, &eb = *edge.b;
+    if (sa.x == ea.x && sa.y == ea.y && sa.z == ea.z && sb.x == eb.x && sb.y == eb.y &&
+        sb.z == eb.z)
+        return (std::abs(sa.x) <= kFloatMax) & (std::abs(sa.y) <= kFloatMax) &
+               (std::abs(sa.z) <= kFloatMax) & (std::abs(sb.x) <= kFloatMax) &
+               (std::abs(sb.y) <= kFloatMax) & (std::abs(sb.z) <= kFloatMax);
     const Edge s = toEdge(stored), e = toEdge(edge);
-    if (!sameEdge(s, e)) return false;
-    if (*stored.a == *edge.a && *stored.b == *edge.b) return true;
-    return edgeHash(s) == edgeHash(e);
+    return sameEdge(s, e) && edgeHash(s) == edgeHash(e);
 }
 
 inline const vec3& corner(const Triangle& t, uint32_t i) {
@@ -125,9 +130,12 @@ inline EdgeView edgeOf(const std::vector<Triangle>& triangles, uint32_t ref) {
 class EdgeCounter {
   public:
     // Slot layout: bits 0-31 reference + 1 (0 marks an empty slot), bits
-    // 32-61 tag, bits 62-63 uses - 1, saturating at 2.
+    // 32-60 tag, bit 61 set when the canonical order swaps the side's corners
+    // (so that the stored edge is rebuilt without comparing them again), bits
+    // 62-63 uses - 1, saturating at 2.
     static constexpr uint64_t kRefMask = 0xffffffffull;
-    static constexpr uint64_t kTagMask = 0x3fffffffull << 32;
+    static constexpr uint64_t kTagMask = 0x1fffffffull << 32;
+    static constexpr uint64_t kSwapped = 1ull << 61;
     static constexpr uint64_t kOneUse = 1ull << 62;
     static constexpr uint64_t kUseMask = 3ull << 62;
     static constexpr uint64_t kThreeUses = 2ull << 62;
@@ -150,7 +158,7 @@ class EdgeCounter {
             }
             if (++slot == slots_.size()) slot = 0;
         }
-        slots_[slot] = tag | (uint64_t{ref} + 1);
+        slots_[slot] = tag | (edge.swapped ? kSwapped : 0) | (uint64_t{ref} + 1);
         if (++size_ * 4 > slots_.size() * 3) grow();
     }
 
@@ -166,7 +174,14 @@ class EdgeCounter {
 
   private:
     EdgeView storedEdge(uint64_t slot) const {
-        return edgeOf(triangles_, static_cast<uint32_t>(slot & kRefMask) - 1);
+        const uint32_t ref = static_cast<uint32_t>(slot & kRefMask) - 1;
+        const Triangle& t = triangles_[ref / 3];
+        const vec3* corners[3] = {&t.p0, &t.p1, &t.p2};
+        const uint32_t side = ref % 3;
+        const vec3* from = corners[side];
+        const vec3* to = corners[side == 2 ? 0 : side + 1];
+        const bool swapped = (slot & kSwapped) != 0;
+        return EdgeView{swapped ? to : from, swapped ? from : to, swapped};
     }
 
     // Fast range reduction of the high bits: any table size, no modulo.
