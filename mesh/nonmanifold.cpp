@@ -4,9 +4,10 @@
 // libstdc++, which keeps each key's hash and compares it before the key: two
 // edges are one key when their EdgeHash values are equal and Edge::operator==
 // holds. In practice that means: edges whose canonical corners are equal
-// floats are one key (+0 and -0 count as equal); nearly-equal edges are one
-// key only where their EdgeHash values collide, which happens systematically
-// for zero-length edges (an end point's hash XOR itself is 0).
+// finite floats are one key (+0 and -0 count as equal); nearly-equal edges are
+// one key only where their EdgeHash values collide, which happens
+// systematically for zero-length edges (an end point's hash XOR itself is 0);
+// a NaN or infinite corner makes an edge equal to nothing.
 //
 // The table is a flat one, for speed. A slot of 8 bytes holds a reference to
 // the edge's first use (triangle and side) instead of a copy of the edge, a
@@ -14,9 +15,9 @@
 // apart. Slots are placed by a cheap multiplicative hash of the corner bits
 // rather than by EdgeHash (six FNV-1a runs per edge); the EdgeHash comparison
 // is made only where it can change the outcome, for edges that are equal by
-// Edge::operator== without being bit-equal. Slots are fetched ahead in small
-// batches, since on a large mesh nearly every new edge lands on a cold cache
-// line.
+// Edge::operator== without being bit-equal. Slots are fetched a few
+// triangles ahead, since on a large mesh nearly every new edge lands on a
+// cold cache line.
 #include <korvex/mesh.h>
 
 #include "mesh/flat_map.h"

@@ -29,8 +29,8 @@ std::vector<Edge> oracle(const std::vector<Triangle>& triangles) {
     // cannot be found again by value.
     std::vector<const std::pair<const Edge, int>*> firstUse;
     for (const Triangle& t : triangles)
-        for (const auto& [p, q] : {std::pair(t.p0, t.p1), std::pair(t.p1, t.p2),
-                                   std::pair(t.p2, t.p0)}) {
+        for (const auto& [p, q] :
+             {std::pair(t.p0, t.p1), std::pair(t.p1, t.p2), std::pair(t.p2, t.p0)}) {
             const auto [it, inserted] = count.try_emplace(MakeEdge(p, q), 0);
             if (inserted) firstUse.push_back(&*it);
             ++it->second;
