@@ -17,14 +17,13 @@ std::string lowerExtension(const std::string& path) {
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos) return "";
     std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) {
+        return static_cast<char>(std::tolower(c));
+    });
     return ext;
 }
 
-vec3 toVec3(const aiVector3D& v) {
-    return vec3(v.x, v.y, v.z);
-}
+vec3 toVec3(const aiVector3D& v) { return vec3(v.x, v.y, v.z); }
 
 } // namespace
 
@@ -60,29 +59,32 @@ MeshData loadMesh(const std::string& path) {
     return mesh;
 }
 
-void saveMesh(const MeshData& mesh, const std::string& path) {
+namespace {
+
+std::string exportFormat(const std::string& path) {
     const std::string ext = lowerExtension(path);
-    std::string format;
-    if (ext == "obj")
-        format = "obj";
-    else if (ext == "ply")
-        format = "ply";
-    else if (ext == "stl")
-        format = "stl";
-    else if (ext == "gltf")
-        format = "gltf2";
-    else if (ext == "glb")
-        format = "glb2";
-    else
-        throw UsageError("cannot write '" + path + "': use .obj, .ply, .stl, .gltf or .glb");
+    if (ext == "obj") return "obj";
+    if (ext == "ply") return "ply";
+    if (ext == "stl") return "stl";
+    if (ext == "gltf") return "gltf2";
+    if (ext == "glb") return "glb2";
+    throw UsageError("cannot write '" + path + "': use .obj, .ply, .stl, .gltf or .glb");
+}
+
+} // namespace
+
+void checkSavePath(const std::string& path) { exportFormat(path); }
+
+void saveMesh(const MeshData& mesh, const std::string& path) {
+    const std::string format = exportFormat(path);
 
     // Assimp's scene takes ownership of everything hung on it.
     aiScene scene;
     scene.mRootNode = new aiNode();
     scene.mNumMaterials = 1;
-    scene.mMaterials = new aiMaterial* [1] { new aiMaterial() };
+    scene.mMaterials = new aiMaterial*[1]{new aiMaterial()};
     scene.mNumMeshes = 1;
-    scene.mMeshes = new aiMesh* [1] { new aiMesh() };
+    scene.mMeshes = new aiMesh*[1]{new aiMesh()};
     scene.mRootNode->mNumMeshes = 1;
     scene.mRootNode->mMeshes = new unsigned[1]{0};
 
@@ -103,8 +105,8 @@ void saveMesh(const MeshData& mesh, const std::string& path) {
     for (size_t f = 0; f < faces; ++f) {
         aiFace& face = out->mFaces[f];
         face.mNumIndices = 3;
-        face.mIndices =
-            new unsigned[3]{mesh.indices[3 * f], mesh.indices[3 * f + 1], mesh.indices[3 * f + 2]};
+        face.mIndices = new unsigned[3]{mesh.indices[3 * f], mesh.indices[3 * f + 1],
+                                        mesh.indices[3 * f + 2]};
     }
     Assimp::Exporter exporter;
     if (exporter.Export(&scene, format, path) != AI_SUCCESS)
@@ -142,6 +144,10 @@ MeshData makeUvSphere(int slices, int stacks) {
 
 MeshData loadMeshOrDefault(const std::string* path) {
     return path ? loadMesh(*path) : makeUvSphere();
+}
+
+MeshData loadInputMesh(const std::string& in) {
+    return in == "builtin" ? makeUvSphere() : loadMesh(in);
 }
 
 } // namespace cli

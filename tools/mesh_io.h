@@ -16,10 +16,18 @@ MeshData loadMesh(const std::string& path);
 // glb). Throws UsageError on an unknown extension or a failed write.
 void saveMesh(const MeshData& mesh, const std::string& path);
 
+// Throws the UsageError of saveMesh for an extension it cannot write, so that
+// a command can refuse before it does any work.
+void checkSavePath(const std::string& path);
+
 // A UV sphere of radius 1 around the origin: the tool's built-in mesh.
 MeshData makeUvSphere(int slices = 64, int stacks = 32);
 
 // The mesh named on the command line, or the built-in sphere.
 MeshData loadMeshOrDefault(const std::string* path);
+
+// The IN argument of the mesh-processing commands: a file Assimp reads, or
+// the word "builtin" for the built-in sphere.
+MeshData loadInputMesh(const std::string& in);
 
 } // namespace cli

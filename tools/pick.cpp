@@ -1,6 +1,7 @@
 // korvex pick: the triangle and point under a pixel.
 #include "cli.h"
 #include "mesh_io.h"
+#include "pick_bvh.h"
 #include "view.h"
 
 #include <korvex/camera.h>
@@ -37,8 +38,15 @@ int runPick(const cli::Args& args) {
                                      static_cast<int>(std::lround(pixel.y)), view.view,
                                      view.projection, view.width, view.height);
     vec3 point;
-    const bool hit = IntersectRayWithMesh(ray, mesh.vertices, mesh.indices, mat4(1.0f), point);
-    const long triangle = hit ? triangleAtPoint(ray, mesh, point) : -1;
+    bool hit;
+    long triangle;
+    if (args.has("--bvh")) {
+        const cli::BvhPick pick = cli::pickThroughBvh(mesh, ray);
+        hit = pick.hit, point = pick.point, triangle = pick.triangle;
+    } else {
+        hit = IntersectRayWithMesh(ray, mesh.vertices, mesh.indices, mat4(1.0f), point);
+        triangle = hit ? triangleAtPoint(ray, mesh, point) : -1;
+    }
 
     if (args.has("--json")) {
         std::cout << "{\"hit\":" << (hit ? "true" : "false");
@@ -63,6 +71,7 @@ const cli::Registrar registrar({
     cli::withViewOptions({
         {"--pixel", true, "X,Y       pixel, origin at the top left (default: centre)"},
         {"--json", false, "           machine-readable output"},
+        {"--bvh", false, "            pick through a BVH of the mesh's triangles"},
     }),
     runPick,
 });

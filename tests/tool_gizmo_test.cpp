@@ -1,0 +1,53 @@
+#include "tool_support.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+TEST(ToolGizmo, CubeAtTheCentreRingOnItsCircle) {
+    const ToolRun run = runTool("gizmo");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "cube handle: 2 (z)\nring handle: -1 (none)\n");
+
+    // 536,300 lies on the z ring of radius 1 in the default view.
+    const ToolRun ring = runTool("gizmo --pixel 536,300 --json");
+    ASSERT_EQ(ring.exitCode, 0) << ring.err;
+    EXPECT_EQ(ring.out.rfind("{\"cube\":-1,\"ring\":2,\"ray\":", 0), 0u) << ring.out;
+    EXPECT_EQ(
+        runTool("gizmo --pixel 536,300 --axes xy --json").out.rfind("{\"cube\":-1,\"ring\":-1", 0),
+        0u);
+    // A larger tolerance still picks it from a little off the ring.
+    EXPECT_EQ(runTool("gizmo --pixel 545,300 --json").out.rfind("{\"cube\":-1,\"ring\":-1", 0), 0u);
+    EXPECT_EQ(runTool("gizmo --pixel 545,300 --tolerance 0.2 --json")
+                  .out.rfind("{\"cube\":-1,\"ring\":2", 0),
+              0u);
+    // The gizmo moves with its centre and the default camera follows it.
+    EXPECT_EQ(runTool("gizmo --center 5,-2,1 --pixel 536,300 --json")
+                  .out.rfind("{\"cube\":-1,\"ring\":2", 0),
+              0u);
+}
+
+TEST(ToolGizmo, BadInputIsOneLineAndExitCodeTwo) {
+    for (const char* args : {"gizmo --axes w", "gizmo --radius -1", "gizmo --tolerance x",
+                             "gizmo --center 1,2", "gizmo extra"}) {
+        const ToolRun run = runTool(args);
+        EXPECT_EQ(run.exitCode, 2) << args;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << args << ": " << run.err;
+    }
+    EXPECT_NE(runTool("gizmo --help").out.find("usage: korvex gizmo"), std::string::npos);
+}
+
+TEST(ToolPickBvh, SameAnswerAsTheBruteForcePick) {
+    for (const char* pixel : {"400,300", "380,260", "450,330", "0,0"}) {
+        const std::string args = std::string(" --json --pixel ") + pixel;
+        EXPECT_EQ(runTool("pick --bvh" + args).out, runTool("pick" + args).out) << pixel;
+    }
+    if (!std::ifstream(KORVEX_BUNNY_PATH)) GTEST_SKIP() << "bunny mesh not installed";
+    const std::string bunny = std::string(" ") + KORVEX_BUNNY_PATH + " --json --pixel ";
+    for (const char* pixel : {"400,300", "380,300", "400,320"}) {
+        const ToolRun viaBvh = runTool("pick --bvh" + bunny + pixel);
+        ASSERT_EQ(viaBvh.exitCode, 0) << viaBvh.err;
+        EXPECT_EQ(viaBvh.out.rfind("{\"hit\":true", 0), 0u) << viaBvh.out;
+        EXPECT_EQ(viaBvh.out, runTool("pick" + bunny + pixel).out) << pixel;
+    }
+}
