@@ -100,6 +100,8 @@ struct EarClipper {
     std::vector<uint32_t>& out;
     bool hashed = false;
     double minX = 0.0, minY = 0.0, invSize = 0.0;
+    // The outer list's nodes while holes are joined to it.
+    std::vector<Node*> joined;
     // Lists still to be cut, with the stage they are at: 0 plain, 1 after
     // clean-up, 2 after curing local intersections. A stack, not recursion,
     // so that a polygon split many times cannot exhaust the call stack.
@@ -200,61 +202,25 @@ struct EarClipper {
         return ix | (iy << 1);
     }
 
-    // Links the list in z order as well, as an open chain.
+    // Links the list in z order as well, as an open chain: the nodes are
+    // sorted in an array, which is faster than sorting the links.
+    std::vector<Node*> byZ;
     void indexCurve(Node* start) {
+        byZ.clear();
         Node* p = start;
         do {
             p->z = zOrder(p->x, p->y);
-            p->prevZ = p->prev;
-            p->nextZ = p->next;
+            byZ.push_back(p);
             p = p->next;
         } while (p != start);
-        p->prevZ->nextZ = nullptr;
-        p->prevZ = nullptr;
-        sortByZ(p);
-    }
-
-    // Bottom-up merge sort of the z chain (stable, no extra memory).
-    static void sortByZ(Node* list) {
-        size_t runSize = 1;
-        size_t merges;
-        do {
-            Node* p = list;
-            list = nullptr;
-            Node* tail = nullptr;
-            merges = 0;
-            while (p) {
-                ++merges;
-                Node* q = p;
-                size_t pSize = 0;
-                for (size_t i = 0; i < runSize && q; ++i) {
-                    ++pSize;
-                    q = q->nextZ;
-                }
-                size_t qSize = runSize;
-                while (pSize > 0 || (qSize > 0 && q)) {
-                    Node* e;
-                    if (pSize != 0 && (qSize == 0 || !q || p->z <= q->z)) {
-                        e = p;
-                        p = p->nextZ;
-                        --pSize;
-                    } else {
-                        e = q;
-                        q = q->nextZ;
-                        --qSize;
-                    }
-                    if (tail)
-                        tail->nextZ = e;
-                    else
-                        list = e;
-                    e->prevZ = tail;
-                    tail = e;
-                }
-                p = q;
-            }
-            tail->nextZ = nullptr;
-            runSize *= 2;
-        } while (merges > 1);
+        std::sort(byZ.begin(), byZ.end(), [](const Node* a, const Node* b) { return a->z < b->z; });
+        Node* before = nullptr;
+        for (Node* n : byZ) {
+            n->prevZ = before;
+            if (before) before->nextZ = n;
+            before = n;
+        }
+        before->nextZ = nullptr;
     }
 
     // ---- ear tests ----
@@ -392,54 +358,61 @@ struct EarClipper {
     }
 
     // A vertex of the outer list that the hole's leftmost vertex can see,
-    // found by a ray towards -x. Null when there is none.
-    static Node* findBridge(const Node* hole, Node* outer) {
+    // found by a ray towards -x. Null when there is none. The outer list is
+    // scanned through `joined`, in memory order, rather than link by link.
+    Node* findBridge(const Node* hole) const {
         const double hx = hole->x, hy = hole->y;
         double qx = -HUGE_VAL;
         Node* m = nullptr;
-        Node* p = outer;
         // The nearest edge on the left that runs downward (the counter-
         // clockwise outer list's left side) and spans the hole's height.
-        do {
+        for (Node* p : joined) {
+            if (hy > p->y || p->removed) continue;
             const Node* q = p->next;
-            if (hy <= p->y && hy >= q->y && q->y != p->y) {
-                const double x = p->x + (hy - p->y) * (q->x - p->x) / (q->y - p->y);
-                if (x <= hx && x > qx) {
-                    qx = x;
-                    m = p->x < q->x ? p : p->next;
-                    if (x == hx) return m; // the hole touches the edge
-                }
+            if (hy < q->y || q->y == p->y) continue;
+            const double x = p->x + (hy - p->y) * (q->x - p->x) / (q->y - p->y);
+            if (x <= hx && x > qx) {
+                qx = x;
+                m = p->x < q->x ? p : p->next;
+                if (x == hx) return m; // the hole touches the edge
             }
-            p = p->next;
-        } while (p != outer);
+        }
         if (!m) return nullptr;
 
         // Reflex vertices inside the triangle (hole point, ray hit, m) would
         // hide m; then take the one at the smallest angle to the ray.
-        const Node* stop = m;
+        const Node* first = m;
         const double mx = m->x, my = m->y;
+        const double ax = hy < my ? hx : qx, cx = hy < my ? qx : hx;
         double bestTan = HUGE_VAL;
-        p = m;
-        do {
-            if (hx >= p->x && p->x >= mx && hx != p->x &&
-                inTriangle(hy < my ? hx : qx, hy, mx, my, hy < my ? qx : hx, hy, p->x, p->y)) {
-                const double tan = std::fabs(hy - p->y) / (hx - p->x);
-                if (locallyInside(p, hole) &&
-                    (tan < bestTan ||
-                     (tan == bestTan &&
-                      (p->x > m->x || (p->x == m->x && sectorContainsSector(m, p)))))) {
-                    m = p;
-                    bestTan = tan;
-                }
+        // m itself first, then the rest of the list; most fail on x alone.
+        for (size_t k = 0; k <= joined.size(); ++k) {
+            Node* p = k == 0 ? m : joined[k - 1];
+            const double px = p->x;
+            if (px > hx || px < mx || px == hx || (k > 0 && (p == first || p->removed))) continue;
+            if (!inTriangle(ax, hy, mx, my, cx, hy, px, p->y)) continue;
+            const double tan = std::fabs(hy - p->y) / (hx - px);
+            if (locallyInside(p, hole) &&
+                (tan < bestTan ||
+                 (tan == bestTan && (px > m->x || (px == m->x && sectorContainsSector(m, p)))))) {
+                m = p;
+                bestTan = tan;
             }
-            p = p->next;
-        } while (p != stop);
+        }
         return m;
     }
 
     // The sector of m contains the sector of p (two copies of one point).
     static bool sectorContainsSector(const Node* m, const Node* p) {
         return turn(m->prev, m, p->prev) > 0.0 && turn(p->next, m, m->next) > 0.0;
+    }
+
+    void join(Node* start) {
+        Node* p = start;
+        do {
+            joined.push_back(p);
+            p = p->next;
+        } while (p != start);
     }
 
     Node* eliminateHoles(const std::vector<std::vector<vec2>>& rings, Node* outer) {
@@ -457,10 +430,14 @@ struct EarClipper {
         std::stable_sort(holes.begin(), holes.end(), [](const Node* a, const Node* b) {
             return a->x < b->x || (a->x == b->x && a->y < b->y);
         });
+        join(outer);
         for (Node* hole : holes) {
-            Node* bridge = findBridge(hole, outer);
+            Node* bridge = findBridge(hole);
             if (!bridge) continue; // not inside the outer ring: left out
+            join(hole);
             Node* bridgeCopy = splitPolygon(bridge, hole);
+            joined.push_back(bridgeCopy);
+            joined.push_back(bridgeCopy->next);
             Node* kept = filterPoints(bridgeCopy, bridgeCopy->next);
             // The first clean-up may have gone round the whole list.
             outer = bridge->removed ? kept : filterPoints(bridge, bridge->next);
