@@ -32,6 +32,16 @@ MeshData makeSphere(size_t triangles) {
     return mesh;
 }
 
+std::vector<Triangle> trianglesOf(const MeshData& mesh) {
+    std::vector<Triangle> out;
+    out.reserve(mesh.indices.size() / 3);
+    for (size_t i = 0; i + 2 < mesh.indices.size(); i += 3)
+        out.emplace_back(mesh.vertices[mesh.indices[i]].position,
+                         mesh.vertices[mesh.indices[i + 1]].position,
+                         mesh.vertices[mesh.indices[i + 2]].position);
+    return out;
+}
+
 std::vector<Ray> makeRays(size_t count, unsigned seed) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);

@@ -10,16 +10,6 @@
 
 namespace {
 
-std::vector<Triangle> trianglesOf(const MeshData& mesh) {
-    std::vector<Triangle> out;
-    out.reserve(mesh.indices.size() / 3);
-    for (size_t i = 0; i + 2 < mesh.indices.size(); i += 3)
-        out.emplace_back(mesh.vertices[mesh.indices[i]].position,
-                         mesh.vertices[mesh.indices[i + 1]].position,
-                         mesh.vertices[mesh.indices[i + 2]].position);
-    return out;
-}
-
 // Rays whose BVH hit differs from IntersectRayWithMesh's, in hit or in point.
 // The sample rays start 2 or more units from the sphere, far above the
 // traversal's 0.001 floor, so both paths must agree bit for bit.
@@ -41,7 +31,7 @@ size_t mismatchesAgainstBruteForce(const BVHNode* root, const MeshData& mesh,
 
 static void BM_CreateBVHNode(benchmark::State& state) {
     const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
-    const std::vector<Triangle> triangles = trianglesOf(mesh);
+    const std::vector<Triangle> triangles = bench::trianglesOf(mesh);
     for (auto _ : state) {
         std::unique_ptr<BVHNode> root = createBVHNode(triangles, 0);
         benchmark::DoNotOptimize(root.get());
@@ -56,7 +46,7 @@ BENCHMARK(BM_CreateBVHNode)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRea
 static void BM_RayIntersectsBVH(benchmark::State& state) {
     const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
     const std::vector<Ray> rays = bench::makeRays(4096);
-    const std::unique_ptr<BVHNode> root = createBVHNode(trianglesOf(mesh), 0);
+    const std::unique_ptr<BVHNode> root = createBVHNode(bench::trianglesOf(mesh), 0);
     const size_t mismatches = mismatchesAgainstBruteForce(root.get(), mesh, rays, 128);
     if (mismatches != 0) {
         state.SkipWithError("BVH hits differ from IntersectRayWithMesh");

@@ -173,14 +173,7 @@ BENCHMARK(BM_OpenMeshMidpointOnePass)->Arg(1 << 18)->Unit(benchmark::kMillisecon
 BENCHMARK(BM_OpenMeshLoopOnePass)->Arg(1 << 18)->Unit(benchmark::kMillisecond);
 
 std::vector<Triangle> soup(size_t triangles) {
-    const MeshData mesh = bench::makeSphere(triangles);
-    std::vector<Triangle> out;
-    out.reserve(mesh.indices.size() / 3);
-    for (size_t t = 0; t + 2 < mesh.indices.size(); t += 3)
-        out.emplace_back(mesh.vertices[mesh.indices[t]].position,
-                         mesh.vertices[mesh.indices[t + 1]].position,
-                         mesh.vertices[mesh.indices[t + 2]].position);
-    return out;
+    return bench::trianglesOf(bench::makeSphere(triangles));
 }
 
 void BM_DetectNonManifoldEdges(benchmark::State& state) {

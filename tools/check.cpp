@@ -140,12 +140,7 @@ void printJson(const Report& r) {
 int runCheck(const cli::Args& args) {
     args.expectPositional(1, 1);
     const MeshData mesh = cli::loadInputMesh(args.positional()[0]);
-    std::vector<Triangle> soup;
-    soup.reserve(mesh.indices.size() / 3);
-    for (size_t t = 0; t + 2 < mesh.indices.size(); t += 3)
-        soup.emplace_back(mesh.vertices[mesh.indices[t]].position,
-                          mesh.vertices[mesh.indices[t + 1]].position,
-                          mesh.vertices[mesh.indices[t + 2]].position);
+    const std::vector<Triangle> soup = cli::triangleSoup(mesh);
 
     Report report;
     report.vertices = mesh.vertices.size();

@@ -17,13 +17,14 @@ std::string lowerExtension(const std::string& path) {
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos) return "";
     std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) {
-        return static_cast<char>(std::tolower(c));
-    });
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return ext;
 }
 
-vec3 toVec3(const aiVector3D& v) { return vec3(v.x, v.y, v.z); }
+vec3 toVec3(const aiVector3D& v) {
+    return vec3(v.x, v.y, v.z);
+}
 
 } // namespace
 
@@ -73,7 +74,9 @@ std::string exportFormat(const std::string& path) {
 
 } // namespace
 
-void checkSavePath(const std::string& path) { exportFormat(path); }
+void checkSavePath(const std::string& path) {
+    exportFormat(path);
+}
 
 void saveMesh(const MeshData& mesh, const std::string& path) {
     const std::string format = exportFormat(path);
@@ -82,9 +85,9 @@ void saveMesh(const MeshData& mesh, const std::string& path) {
     aiScene scene;
     scene.mRootNode = new aiNode();
     scene.mNumMaterials = 1;
-    scene.mMaterials = new aiMaterial*[1]{new aiMaterial()};
+    scene.mMaterials = new aiMaterial* [1] { new aiMaterial() };
     scene.mNumMeshes = 1;
-    scene.mMeshes = new aiMesh*[1]{new aiMesh()};
+    scene.mMeshes = new aiMesh* [1] { new aiMesh() };
     scene.mRootNode->mNumMeshes = 1;
     scene.mRootNode->mMeshes = new unsigned[1]{0};
 
@@ -105,8 +108,8 @@ void saveMesh(const MeshData& mesh, const std::string& path) {
     for (size_t f = 0; f < faces; ++f) {
         aiFace& face = out->mFaces[f];
         face.mNumIndices = 3;
-        face.mIndices = new unsigned[3]{mesh.indices[3 * f], mesh.indices[3 * f + 1],
-                                        mesh.indices[3 * f + 2]};
+        face.mIndices =
+            new unsigned[3]{mesh.indices[3 * f], mesh.indices[3 * f + 1], mesh.indices[3 * f + 2]};
     }
     Assimp::Exporter exporter;
     if (exporter.Export(&scene, format, path) != AI_SUCCESS)
@@ -148,6 +151,16 @@ MeshData loadMeshOrDefault(const std::string* path) {
 
 MeshData loadInputMesh(const std::string& in) {
     return in == "builtin" ? makeUvSphere() : loadMesh(in);
+}
+
+std::vector<Triangle> triangleSoup(const MeshData& mesh) {
+    std::vector<Triangle> soup;
+    soup.reserve(mesh.indices.size() / 3);
+    for (size_t i = 0; i + 2 < mesh.indices.size(); i += 3)
+        soup.emplace_back(mesh.vertices[mesh.indices[i]].position,
+                          mesh.vertices[mesh.indices[i + 1]].position,
+                          mesh.vertices[mesh.indices[i + 2]].position);
+    return soup;
 }
 
 } // namespace cli

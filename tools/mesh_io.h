@@ -4,6 +4,7 @@
 #include <korvex/records.h>
 
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -25,6 +26,9 @@ MeshData makeUvSphere(int slices = 64, int stacks = 32);
 
 // The mesh named on the command line, or the built-in sphere.
 MeshData loadMeshOrDefault(const std::string* path);
+
+// The mesh's triangles as free-standing records, in index order.
+std::vector<Triangle> triangleSoup(const MeshData& mesh);
 
 // The IN argument of the mesh-processing commands: a file Assimp reads, or
 // the word "builtin" for the built-in sphere.

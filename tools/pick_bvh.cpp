@@ -1,4 +1,5 @@
 #include "pick_bvh.h"
+#include "mesh_io.h"
 
 #include <korvex/bvh.h>
 #include <korvex/ray.h>
@@ -23,12 +24,7 @@ long triangleAtPoint(const Ray& ray, const std::vector<Triangle>& triangles, con
 } // namespace
 
 BvhPick pickThroughBvh(const MeshData& mesh, const Ray& ray) {
-    std::vector<Triangle> triangles;
-    triangles.reserve(mesh.indices.size() / 3);
-    for (size_t i = 0; i + 2 < mesh.indices.size(); i += 3)
-        triangles.emplace_back(mesh.vertices[mesh.indices[i]].position,
-                               mesh.vertices[mesh.indices[i + 1]].position,
-                               mesh.vertices[mesh.indices[i + 2]].position);
+    const std::vector<Triangle> triangles = triangleSoup(mesh);
     const std::unique_ptr<BVHNode> root = createBVHNode(triangles, 0);
 
     BvhPick pick{false, vec3(0.0f), -1};
