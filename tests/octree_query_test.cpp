@@ -106,6 +106,72 @@ TEST(OctreeRayHit, MatchesTheReferenceTraversalAndBruteForce) {
     }
 }
 
+// The traversal enters children nearest first and passes over those that cannot win; these
+// cases are built to punish a wrong pass: coincident triangles in different slots, a node with
+// its own list and children, rays of any length, and large triangles met at grazing angles,
+// where the test's rounding moves the reported point far from the triangle.
+TEST(OctreeRayHit, PassesOverNothingThatCouldWin) {
+    Mesh m = randomSoup(1500, 6.0f, 91);
+    // A large floor, a copy of it lifted by a hair, and a second copy exactly coincident.
+    for (float y : {-1.0f, -1.0f + 1e-6f, -1.0f}) {
+        const auto n = static_cast<unsigned>(m.positions.size());
+        m.add(vec3(-50, y, -50));
+        m.add(vec3(50, y, -50));
+        m.add(vec3(-50, y, 50));
+        m.add(vec3(50, y, 50));
+        m.indices.insert(m.indices.end(), {n, n + 1, n + 2, n + 1, n + 3, n + 2});
+    }
+    // A node with its own list and children: 40 soup triangles in the root's own list; slot 2
+    // the first and the lifted floor, a flat box; slot 5 part of the soup; slot 6 the rest of
+    // the soup, overlapping slot 5, and the floor's coincident copy. Seen from above, slot 6 is
+    // entered first, yet on the floor slot 2's copy must win the tie.
+    const int floor = 1500;
+    Tree root(new OctreeNode());
+    for (int t = 0; t < 40; ++t) root->triangles.push_back(t);
+    std::vector<int> flat{floor, floor + 1, floor + 2, floor + 3}, low, high;
+    for (int t = 40; t < 800; ++t) low.push_back(t);
+    for (int t = 700; t < floor; ++t) high.push_back(t);
+    high.insert(high.end(), {floor + 4, floor + 5});
+    root->children[2] = buildOctreeFromTriangleIndices(m.positions, m.indices, flat, 1);
+    root->children[5] = buildOctreeFromTriangleIndices(m.positions, m.indices, low, 1);
+    root->children[6] = buildOctreeFromTriangleIndices(m.positions, m.indices, high, 1);
+    root->bounds = root->worldBounds = AABB(vec3(-60), vec3(60));
+    const Tree built = buildTree(m);
+
+    std::mt19937 rng(17);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    const mat4 tilt = glm::rotate(mat4(1.0f), 0.3f, vec3(1, 0, 0));
+    int hits = 0, floorHits = 0;
+    for (int i = 0; i < 1500; ++i) {
+        vec3 origin(unit(rng) * 8, unit(rng) * 3, unit(rng) * 8);
+        vec3 direction = glm::normalize(vec3(unit(rng), unit(rng), unit(rng)));
+        if (i % 3 == 0) { // grazing the floor
+            origin.y = -1.0f + std::pow(10.0f, -1.0f - 5.0f * std::fabs(unit(rng)));
+            direction.y = -std::pow(10.0f, -1.0f - 6.0f * std::fabs(unit(rng)));
+        }
+        const float lengths[] = {1.0f, 0.25f, 7.0f};
+        direction *= lengths[i % 3];
+        const Ray ray(origin, direction);
+        for (const OctreeNode* tree : {root.get(), built.get()})
+            for (const mat4& model : {mat4(1.0f), tilt}) {
+                vec3 point(9.0f), expectedPoint(9.0f);
+                int triangle = -9, expectedTriangle = -9;
+                const bool hit =
+                    meshGeometry::TraverseOctreeForRayHit(const_cast<OctreeNode*>(tree), ray, model,
+                                                          m.vertices, m.indices, point, triangle);
+                const bool expected = referenceRayHit(tree, ray, model, m.vertices, m.indices,
+                                                      expectedPoint, expectedTriangle);
+                ASSERT_EQ(hit, expected) << "ray " << i;
+                ASSERT_TRUE(sameBits(point, expectedPoint)) << "ray " << i;
+                ASSERT_EQ(triangle, expectedTriangle) << "ray " << i;
+                hits += hit;
+                floorHits += tree == root.get() && (triangle == floor || triangle == floor + 1);
+            }
+    }
+    EXPECT_GT(hits, 2000);
+    EXPECT_GT(floorHits, 200);
+}
+
 TEST(OctreeRayHit, TiesKeepTheEarlierCandidate) {
     // Two coincident triangles under the ray in one leaf: the first listed wins.
     Mesh m;
