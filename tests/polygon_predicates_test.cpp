@@ -129,3 +129,29 @@ TEST(PolygonPredicates, SegmentCrossing) {
     EXPECT_FALSE(segmentCrossesPolygon(wedge, vec2(0, 0), vec2(1, 0.5f)));
     EXPECT_TRUE(segmentCrossesPolygon(wedge, vec2(0, 0), vec2(-1, 0.5f)));
 }
+
+// The split form used for many segments with shared end points gives the same answers,
+// including for polygons of more than 64 vertices and for segments touching vertices.
+TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
+    std::mt19937 rng(12);
+    std::uniform_real_distribution<float> coord(0.0f, 100.0f);
+    for (size_t n : {1u, 2u, 3u, 17u, 64u, 65u, 150u, 256u}) {
+        std::vector<vec2> polygon;
+        for (size_t i = 0; i < n; ++i) polygon.emplace_back(coord(rng), coord(rng));
+        for (int trial = 0; trial < 400; ++trial) {
+            // Some ends on polygon vertices, some on a shared grid, most anywhere.
+            const auto pick = [&](int k) {
+                if (k % 5 == 0) return polygon[rng() % n];
+                if (k % 5 == 1) return vec2(std::floor(coord(rng)), 50.0f);
+                return vec2(coord(rng), coord(rng));
+            };
+            const vec2 a = pick(trial), b = pick(trial / 3);
+            uint64_t sa[octree_detail::kMaxSideWords], sb[octree_detail::kMaxSideWords];
+            octree_detail::sidesOfPoint(polygon, a, sa);
+            octree_detail::sidesOfPoint(polygon, b, sb);
+            EXPECT_EQ(octree_detail::segmentCrossesPolygon(polygon, a, b, sa, sb),
+                      segmentCrossesPolygon(polygon, a, b))
+                << n << " vertices, trial " << trial;
+        }
+    }
+}

@@ -154,6 +154,31 @@ TEST_F(Selection, MatchesThePlainRulesOnRealMeshes) {
     }
 }
 
+// Lassos of every size class (one word of edge sides, several, and more than the split test
+// handles), a mesh whose triangles use far-apart vertex numbers, and a model matrix.
+TEST_F(Selection, LassoSizesAndScatteredVerticesMatchThePlainRules) {
+    Mesh m = randomSoup(20000, 3.0f, 83);
+    std::mt19937 rng(5);
+    for (unsigned int& index : m.indices)
+        if (rng() % 3 == 0) index = static_cast<unsigned int>(rng() % m.vertices.size());
+    const Tree tree = buildTree(m);
+    const mat4 model = glm::rotate(mat4(1.0f), 0.4f, vec3(0.3f, 1, 0));
+    setFacing(-0.2f);
+    for (int points : {5, 40, 100, 300}) {
+        std::vector<vec2> lasso;
+        for (int i = 0; i < points; ++i) {
+            const float a = 6.2831853f * static_cast<float>(i) / static_cast<float>(points);
+            const float r = 120.0f + 80.0f * std::sin(7.0f * a);
+            lasso.emplace_back(400.0f + r * std::cos(a), 300.0f + 0.8f * r * std::sin(a));
+        }
+        const std::vector<int> expected =
+            oracle(tree.get(), m, lasso, Camera(), 0.0f, model, -0.2f);
+        ASSERT_GT(expected.size(), 100u);
+        EXPECT_EQ(select(tree.get(), m, lasso, Camera(), 0.0f, model), expected)
+            << points << " lasso points";
+    }
+}
+
 TEST_F(Selection, OverlapCases) {
     // Far side of the screen from the lasso: nothing.
     const std::vector<vec2> lasso{{350, 250}, {450, 250}, {450, 350}, {350, 350}};
