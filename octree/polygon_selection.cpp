@@ -9,6 +9,8 @@
 
 #include <halvane.h>
 
+#include "octree/lasso_index.h"
+#include "octree/ray_kernels.h"
 #include "octree/segment_crossing.h"
 #include "octree/triangle_number.h"
 
@@ -61,7 +63,7 @@ class Selection {
           viewProjection_(projection * view), width_(static_cast<float>(width)),
           height_(static_cast<float>(height)), cameraPosition_(cameraPosition),
           cameraForward_(cameraForward), vertices_(vertices), indices_(indices), result_(result),
-          words_(sideWords(polygon.size())) {
+          lasso_(polygon, rect_), sides_(polygon), words_(sideWords(polygon.size())) {
         const float band = depthMargin + depthMargin + kDepthAddend;
         depthLimit_ = (kDepthFloor > band ? kDepthFloor : band) + depthMargin;
         for (size_t i = 0; i < kCacheSize; ++i) cache_[i].vertex = ~0u; // no vertex has it
@@ -80,11 +82,11 @@ class Selection {
                 if (node->children[slot]) pending.push_back(node->children[slot]);
         }
         for (size_t i = 0; i < lists.size(); ++i) {
-            if (i + 2 < lists.size()) prefetchIndices(*lists[i + 2]);
-            if (i + 1 < lists.size()) prefetchVertices(*lists[i + 1]);
-            for (int t : *lists[i])
-                if (selects(t)) result_.push_back(t);
+            if (i + 4 < lists.size()) prefetchIndices(*lists[i + 4]);
+            if (i + 2 < lists.size()) prefetchVertices(*lists[i + 2]);
+            for (int t : *lists[i]) consider(t);
         }
+        decideFacing();
     }
 
   private:
@@ -106,15 +108,24 @@ class Selection {
         p.known = 0;
         p.world = vec3(model_ * vec4(vertices_[v].position, 1.0f));
         const vec4 clip = viewProjection_ * vec4(p.world, 1.0f);
-        p.screen = clip.w <= kSmallestClipW
-                       ? vec2(kUnprojectable)
-                       : vec2((clip.x / clip.w * 0.5f + 0.5f) * width_,
-                              (1.0f - (clip.y / clip.w * 0.5f + 0.5f)) * height_);
+        if (clip.w <= kSmallestClipW) {
+            p.screen = vec2(kUnprojectable);
+            return;
+        }
+#if defined(__SSE2__)
+        // clip.x / clip.w and clip.y / clip.w in one division.
+        float ndc[4];
+        _mm_storeu_ps(ndc, _mm_div_ps(_mm_setr_ps(clip.x, clip.y, 0.0f, 0.0f),
+                                      _mm_setr_ps(clip.w, clip.w, 1.0f, 1.0f)));
+#else
+        const float ndc[2] = {clip.x / clip.w, clip.y / clip.w};
+#endif
+        p.screen = vec2((ndc[0] * 0.5f + 0.5f) * width_, (1.0f - (ndc[1] * 0.5f + 0.5f)) * height_);
     }
 
     bool inLasso(const vec2& p) const {
         return rect_.minX <= p.x && p.x <= rect_.maxX && rect_.minY <= p.y && p.y <= rect_.maxY &&
-               meshGeometry::isPointInPolygon(p, polygon_);
+               lasso_.inside(p);
     }
 
     bool vertexInLasso(ProjectedVertex& p) const {
@@ -127,7 +138,7 @@ class Selection {
 
     const uint64_t* vertexSides(ProjectedVertex& p) const {
         if (!(p.known & kSides)) {
-            sidesOfPoint(polygon_, p.screen, p.sides);
+            sides_.of(p.screen, p.sides);
             p.known |= kSides;
         }
         return p.sides;
@@ -146,10 +157,82 @@ class Selection {
         return *threshold_;
     }
 
-    static vec3 unit(const vec3& v) { return v * (1.0f / glm::length(v)); }
+    static vec3 unit(const vec3& v) {
+        return v * (1.0f / glm::length(v));
+    }
 
-    // Validity, front, overlap, depth, facing: the cheap tests first, the registry last.
-    bool selects(int t) {
+    // Validity, front, overlap, depth here; a triangle that passes them all waits with a few
+    // others for the facing test, which is worked out for four at a time and then decided one
+    // by one in their order, each with its own look-up of the threshold.
+    void consider(int t) {
+        if (!passesAllButFacing(t)) return;
+        if (waiting_ == 4) decideFacing();
+    }
+
+    void decideFacing() {
+        float facing[4];
+        facingOfWaiting(facing);
+        for (int i = 0; i < waiting_; ++i)
+            // Only this comparison rejects: a NaN facing value (zero area) passes.
+            if (!(facingThreshold() > facing[i])) result_.push_back(wait_[i].triangle);
+        waiting_ = 0;
+    }
+
+    // dot(unit(camera - centroid), unit(cross(w1 - w0, w2 - w0))), each unit vector the vector
+    // times 1 / its length, for the waiting triangles.
+    void facingOfWaiting(float* facing) const {
+#if defined(__SSE2__)
+        float lanes[4][3][4] = {};
+        for (int i = 0; i < waiting_; ++i)
+            for (int c = 0; c < 3; ++c) {
+                lanes[0][c][i] = wait_[i].world[0][c];
+                lanes[1][c][i] = wait_[i].world[1][c];
+                lanes[2][c][i] = wait_[i].world[2][c];
+                lanes[3][c][i] = wait_[i].centroid[c];
+            }
+        const auto load = [&](int k) {
+            return Lanes3{_mm_loadu_ps(lanes[k][0]), _mm_loadu_ps(lanes[k][1]),
+                          _mm_loadu_ps(lanes[k][2])};
+        };
+        const Lanes3 w0 = load(0), w1 = load(1), w2 = load(2), g = load(3);
+        const Lanes3 normal = cross3(sub3(w1, w0), sub3(w2, w0));
+        const Lanes3 toViewer = sub3(splat(cameraPosition_), g);
+        const __m128 one = _mm_set1_ps(1.0f);
+        const __m128 n = _mm_div_ps(one, _mm_sqrt_ps(dot3(normal, normal)));
+        const __m128 v = _mm_div_ps(one, _mm_sqrt_ps(dot3(toViewer, toViewer)));
+        const Lanes3 unitNormal{_mm_mul_ps(normal.x, n), _mm_mul_ps(normal.y, n),
+                                _mm_mul_ps(normal.z, n)};
+        const Lanes3 unitToViewer{_mm_mul_ps(toViewer.x, v), _mm_mul_ps(toViewer.y, v),
+                                  _mm_mul_ps(toViewer.z, v)};
+        _mm_storeu_ps(facing, dot3(unitToViewer, unitNormal));
+#else
+        for (int i = 0; i < waiting_; ++i) {
+            const Waiting& w = wait_[i];
+            const vec3 normal = unit(glm::cross(w.world[1] - w.world[0], w.world[2] - w.world[0]));
+            facing[i] = glm::dot(unit(cameraPosition_ - w.centroid), normal);
+        }
+#endif
+    }
+
+    // (s0 + s1 + s2) / 3 and (w0 + w1 + w2) / 3, the five divisions done as one.
+    static void centroids(ProjectedVertex* const (&p)[3], vec2& screen, vec3& world) {
+        const vec2 s = p[0]->screen + p[1]->screen + p[2]->screen;
+        const vec3 w = p[0]->world + p[1]->world + p[2]->world;
+#if defined(__SSE2__)
+        const __m128 three = _mm_set1_ps(3.0f);
+        float out[8];
+        _mm_storeu_ps(out, _mm_div_ps(_mm_setr_ps(s.x, s.y, w.x, w.y), three));
+        _mm_storeu_ps(out + 4, _mm_div_ps(_mm_setr_ps(w.z, 0.0f, 0.0f, 0.0f), three));
+        screen = vec2(out[0], out[1]);
+        world = vec3(out[2], out[3], out[4]);
+#else
+        screen = s / 3.0f;
+        world = w / 3.0f;
+#endif
+    }
+
+    // Validity, front, overlap, depth: the cheap tests first, the registry last.
+    bool passesAllButFacing(int t) {
         unsigned int v[3];
         if (!triangleCorners(t, indices_, vertices_.size(), v)) return false;
         // The corners' records: from the cache, unless two corners compete for one entry.
@@ -166,18 +249,19 @@ class Selection {
         for (const ProjectedVertex* q : p)
             if (q->screen.x == kUnprojectable) return false;
 
-        const vec2 screenCentroid = (p[0]->screen + p[1]->screen + p[2]->screen) / 3.0f;
-        const vec3 worldCentroid = (p[0]->world + p[1]->world + p[2]->world) / 3.0f;
+        vec2 screenCentroid;
+        vec3 worldCentroid;
+        centroids(p, screenCentroid, worldCentroid);
         if (!overlaps(p, screenCentroid)) return false;
 
         for (const vec3& point : {p[0]->world, p[1]->world, p[2]->world, worldCentroid})
             if (glm::dot(point - cameraPosition_, cameraForward_) > depthLimit_) return false;
 
-        const vec3 normal = unit(glm::cross(p[1]->world - p[0]->world, p[2]->world - p[0]->world));
-        const vec3 toViewer = unit(cameraPosition_ - worldCentroid);
-        const float facing = glm::dot(toViewer, normal);
-        // Only this comparison rejects: a NaN facing value (zero area) passes.
-        return !(facingThreshold() > facing);
+        Waiting& w = wait_[waiting_++];
+        w.triangle = t;
+        for (int k = 0; k < 3; ++k) w.world[k] = p[k]->world;
+        w.centroid = worldCentroid;
+        return true;
     }
 
     // A vertex or the centroid in the lasso, or an edge crossing it. Which is tried first
@@ -193,8 +277,7 @@ class Selection {
         for (int k = 0; k < 3; ++k) {
             ProjectedVertex& a = *p[k];
             ProjectedVertex& b = *p[(k + 1) % 3];
-            if (segmentCrossesPolygon(polygon_, a.screen, b.screen, vertexSides(a), vertexSides(b)))
-                return true;
+            if (sides_.crosses(a.screen, b.screen, vertexSides(a), vertexSides(b))) return true;
         }
         return false;
     }
@@ -211,10 +294,20 @@ class Selection {
     const std::vector<kvx::nsVertex>& vertices_;
     const std::vector<unsigned int>& indices_;
     std::vector<int>& result_;
+    const LassoIndex lasso_;
+    const LassoSides sides_;
     const size_t words_;
     const float* threshold_ = nullptr;
     std::unique_ptr<ProjectedVertex[]> cache_{new ProjectedVertex[kCacheSize]};
     ProjectedVertex local_[3];
+
+    struct Waiting {
+        int triangle;
+        vec3 world[3];
+        vec3 centroid;
+    };
+    Waiting wait_[4];
+    int waiting_ = 0;
 };
 
 } // namespace

@@ -146,10 +146,11 @@ TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
                 return vec2(coord(rng), coord(rng));
             };
             const vec2 a = pick(trial), b = pick(trial / 3);
+            const octree_detail::LassoSides sides(polygon);
             uint64_t sa[octree_detail::kMaxSideWords], sb[octree_detail::kMaxSideWords];
-            octree_detail::sidesOfPoint(polygon, a, sa);
-            octree_detail::sidesOfPoint(polygon, b, sb);
-            EXPECT_EQ(octree_detail::segmentCrossesPolygon(polygon, a, b, sa, sb),
+            sides.of(a, sa);
+            sides.of(b, sb);
+            EXPECT_EQ(sides.crosses(a, b, sa, sb),
                       segmentCrossesPolygon(polygon, a, b))
                 << n << " vertices, trial " << trial;
         }
