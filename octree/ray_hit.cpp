@@ -32,34 +32,33 @@ constexpr float kUnit = 5.9604645e-8f; // 2^-24, the rounding unit of float
 // estimate; boxes where kappa makes it meaningless are never passed over.
 class SkipBound {
   public:
-    SkipBound(const Ray& ray, const mat4& model, const OctreeNode* root)
+    SkipBound(const Ray& ray, const mat4& model)
         : origin_(ray.origin), directionLength_(glm::length(ray.direction)),
           originSize_(glm::length(ray.origin)) {
-        // How far a placed vertex may stray from its placed box: both went through the matrix
-        // with a rounding of a few units each.
-        float rows = 0.0f, shift = 0.0f;
         for (int r = 0; r < 3; ++r) {
-            rows = std::max(rows, std::fabs(model[0][r]) + std::fabs(model[1][r]) +
-                                      std::fabs(model[2][r]));
-            shift = std::max(shift, std::fabs(model[3][r]));
+            rows_ = std::max(rows_, std::fabs(model[0][r]) + std::fabs(model[1][r]) +
+                                        std::fabs(model[2][r]));
+            shift_ = std::max(shift_, std::fabs(model[3][r]));
         }
-        const AABB& b = root->worldBounds;
-        const float size = std::max(glm::length(b.min), glm::length(b.max));
-        pad_ = 8.0f * kUnit * (rows * size + shift);
-        if (!std::isfinite(pad_)) pad_ = kInfinity;
     }
 
-    float nearestHit(const PlacedBox& box) const {
+    // `box` is the node's box `modelBox` through the model matrix.
+    float nearestHit(const PlacedBox& box, const AABB& modelBox) const {
+        // How far a placed vertex may stray from its placed box: both went through the matrix
+        // with a rounding of a few units of the terms' size each.
+        const float size = std::max(glm::length(modelBox.min), glm::length(modelBox.max));
+        float pad = 8.0f * kUnit * (rows_ * size + shift_);
+        if (!std::isfinite(pad)) pad = kInfinity;
         vec3 gap, far, extent;
         for (int i = 0; i < 3; ++i) {
-            gap[i] = std::max(
-                std::max(box.lo[i] - pad_ - origin_[i], origin_[i] - box.hi[i] - pad_), 0.0f);
+            gap[i] = std::max(std::max(box.lo[i] - pad - origin_[i], origin_[i] - box.hi[i] - pad),
+                              0.0f);
             far[i] =
                 std::max(std::fabs(box.lo[i] - origin_[i]), std::fabs(box.hi[i] - origin_[i])) +
-                pad_;
+                pad;
             extent[i] = box.hi[i] - box.lo[i];
         }
-        const float diagonal = glm::length(extent) + 2.0f * pad_;
+        const float diagonal = glm::length(extent) + 2.0f * pad;
         const float farthest = glm::length(far);
         const float kappa = diagonal * diagonal * directionLength_ * 1e6f;
         if (!(10.0f * kUnit * kappa < 0.1f)) return -kInfinity; // NaN and infinity too
@@ -73,7 +72,8 @@ class SkipBound {
     vec3 origin_;
     float directionLength_;
     float originSize_;
-    float pad_;
+    float rows_ = 0.0f;  // largest row sum of |m| over the 3 x 3 part
+    float shift_ = 0.0f; // largest |translation|
 };
 
 struct RayQuery {
@@ -89,8 +89,8 @@ struct RayQuery {
 #endif
 
     RayQuery(const Ray& r, const mat4& m, const std::vector<kvx::nsVertex>& v,
-             const std::vector<unsigned int>& i, const OctreeNode* root)
-        : ray(r), model(m), vertices(v), indices(i), probe(r, m), skip(r, m, root)
+             const std::vector<unsigned int>& i)
+        : ray(r), model(m), vertices(v), indices(i), probe(r, m), skip(r, m)
 #if defined(__SSE2__)
           ,
           lanes(m), origin(splat(r.origin)), direction(splat(r.direction))
@@ -102,9 +102,12 @@ struct RayQuery {
 // The triangles of a leaf are scattered through the mesh arrays; waiting for each in turn would
 // cost more than the tests themselves, so their index entries and then their vertices are
 // requested ahead, for several nodes at a time.
+// A node spans up to three cache lines: its boxes, list and child slots.
 void prefetchNode(const OctreeNode* node) {
-    __builtin_prefetch(reinterpret_cast<const char*>(node));
-    __builtin_prefetch(reinterpret_cast<const char*>(node) + 64);
+    const char* bytes = reinterpret_cast<const char*>(node);
+    __builtin_prefetch(bytes);
+    __builtin_prefetch(bytes + 64);
+    __builtin_prefetch(bytes + sizeof(OctreeNode) - 1);
 }
 
 void prefetchIndices(const OctreeNode* node, const RayQuery& q) {
@@ -218,7 +221,7 @@ bool traverseInside(const OctreeNode* node, const RayQuery& q, float bound, vec3
     for (int i = 0; i < count; ++i) {
         const Candidate& c = entered[i];
         const float limit = std::min(bound, best);
-        if (limit < kInfinity && q.skip.nearestHit(c.box) > limit) continue;
+        if (limit < kInfinity && q.skip.nearestHit(c.box, c.node->worldBounds) > limit) continue;
         vec3 point;
         int triangle = -1;
         if (!traverseInside(c.node, q, limit, point, triangle)) continue;
@@ -245,7 +248,7 @@ bool TraverseOctreeForRayHit(OctreeNode* node, const Ray& ray, const mat4& model
                              const std::vector<unsigned int>& indices, vec3& hitPoint,
                              int& hitTriangle) {
     if (!node) return false;
-    const RayQuery query(ray, modelMatrix, vertices, indices, node);
+    const RayQuery query(ray, modelMatrix, vertices, indices);
     PlacedBox box;
     if (!query.probe.hits(node->worldBounds, box)) return false;
     prefetchIndices(node, query);
