@@ -99,18 +99,26 @@ OctreeNode* buildNode(const MeshArrays& mesh, const std::vector<int>& list, int 
         // No same-octant test: a list whose centroids share one octant passes whole to a
         // single child with the same box, down to the depth limit.
         const vec3 centre = (bounds.min + bounds.max) * 0.5f;
-        std::vector<int> lists[8];
+        // Codes first, then lists of the exact size: growing them entry by entry would copy
+        // and re-map the large upper lists several times over.
+        std::vector<uint8_t> codes(list.size());
+        size_t counts[8] = {};
         AABB boxes[8];
         for (AABB& box : boxes) box = emptyBox();
-        for (int t : list) {
+        for (size_t i = 0; i < list.size(); ++i) {
             vec3 p0, p1, p2;
             int code = 0; // a number that addresses nothing widens nothing and sorts low
-            if (mesh.corners(t, p0, p1, p2)) {
+            if (mesh.corners(list[i], p0, p1, p2)) {
                 code = octantOf((p0 + p1 + p2) / 3.0f, centre);
                 widen(boxes[code], p0, p1, p2);
             }
-            lists[code].push_back(t);
+            codes[i] = static_cast<uint8_t>(code);
+            ++counts[code];
         }
+        std::vector<int> lists[8];
+        for (int slot = 0; slot < 8; ++slot) lists[slot].reserve(counts[slot]);
+        for (size_t i = 0; i < list.size(); ++i) lists[codes[i]].push_back(list[i]);
+        codes = std::vector<uint8_t>(); // not needed below, and the subtrees may be deep
 
         if (depth > kDeepestParallelLevel)
             buildChildrenInline(node, mesh, lists, boxes, depth);
