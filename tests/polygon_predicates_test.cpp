@@ -150,8 +150,7 @@ TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
             uint64_t sa[octree_detail::kMaxSideWords], sb[octree_detail::kMaxSideWords];
             sides.of(a, sa);
             sides.of(b, sb);
-            EXPECT_EQ(sides.crosses(a, b, sa, sb),
-                      segmentCrossesPolygon(polygon, a, b))
+            EXPECT_EQ(sides.crosses(a, b, sa, sb), segmentCrossesPolygon(polygon, a, b))
                 << n << " vertices, trial " << trial;
         }
     }
