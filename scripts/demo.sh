@@ -21,3 +21,5 @@ echo "== korvex subdivide (a pass count past 32-bit indices is refused)"
 ./korvex subdivide builtin -o sphere-subdivided.ply -n 12 || true
 echo "== korvex text (DejaVu Sans, extruded, into $build/text.obj)"
 ./korvex text "Korvex" --height 10 --depth 2 -o ../text.obj --svg ../text.svg
+echo "== korvex select (built-in sphere, a square lasso around the centre, front faces)"
+./korvex select --polygon "300,200 500,200 500,400 300,400"

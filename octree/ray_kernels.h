@@ -1,0 +1,233 @@
+// The arithmetic of the octree's ray hit, restated for speed: the same operations in the same
+// order as transformAABB, RayIntersectsAABB and RayIntersectsTriangle (GLM's mat4 * vec4 is
+// (m0 * x + m1 * y) + (m2 * z + m3 * w), its dot (x + y) + z, its cross the usual three
+// differences), so every result is bit for bit what those functions give. Only work that does
+// not depend on the node is hoisted out: the ray's normalisation and the matrix columns.
+#pragma once
+
+#include <korvex/ray.h>
+#include <korvex/records.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace octree_detail {
+
+// A node's box after the model matrix, and where the ray enters it.
+struct PlacedBox {
+    float lo[4], hi[4]; // x, y, z (and an unused fourth lane)
+    float entry;        // tNear of the slab test, along the unit direction
+};
+
+#if defined(__SSE2__)
+
+// transformAABB followed by RayIntersectsAABB, for one ray and one matrix.
+class BoxProbe {
+  public:
+    BoxProbe(const Ray& ray, const mat4& m) : identity_(isIdentity(m)) {
+        for (int c = 0; c < 4; ++c) column_[c] = _mm_loadu_ps(&m[c][0]);
+        column_[3] = _mm_mul_ps(column_[3], _mm_set1_ps(1.0f)); // w = 1
+        const float length = glm::length(ray.direction);
+        usable_ = !(length < 1e-6f); // shorter directions miss every box
+        const vec3 d = ray.direction * (1.0f / length);
+        float inverse[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+        for (int i = 0; i < 3; ++i)
+            inverse[i] =
+                std::fabs(d[i]) > 1e-6f ? 1.0f / d[i] : std::numeric_limits<float>::infinity();
+        inverse_ = _mm_loadu_ps(inverse);
+        origin_ = _mm_setr_ps(ray.origin.x, ray.origin.y, ray.origin.z, 0.0f);
+    }
+
+    bool hits(const AABB& box, PlacedBox& placed) const {
+        __m128 lo, hi;
+        const __m128 boxMin = _mm_setr_ps(box.min.x, box.min.y, box.min.z, 0.0f);
+        const __m128 boxMax = _mm_setr_ps(box.max.x, box.max.y, box.max.z, 0.0f);
+        if (identity_ && allFinite(boxMin, boxMax)) {
+            // Through the identity every finite coordinate comes out as itself plus +0 (the
+            // zero products add nothing but turn -0 into +0), and the fold over the corners
+            // keeps the lesser and the greater of the two values per axis.
+            const __m128 a = _mm_add_ps(boxMin, _mm_setzero_ps());
+            const __m128 b = _mm_add_ps(boxMax, _mm_setzero_ps());
+            lo = _mm_min_ps(b, _mm_min_ps(a, _mm_set1_ps(kFloatMax)));
+            hi = _mm_max_ps(b, _mm_max_ps(a, _mm_set1_ps(-kFloatMax)));
+        } else {
+            placeCorners(box, lo, hi);
+        }
+        return slab(lo, hi, placed);
+    }
+
+    // True when every lane of both is finite.
+    static bool allFinite(__m128 a, __m128 b) {
+        const __m128 zero = _mm_setzero_ps();
+        return _mm_movemask_ps(_mm_and_ps(_mm_cmpeq_ps(_mm_sub_ps(a, a), zero),
+                                          _mm_cmpeq_ps(_mm_sub_ps(b, b), zero))) == 15;
+    }
+
+    static bool isIdentity(const mat4& m) {
+        const mat4 identity(1.0f);
+        return std::memcmp(&m, &identity, sizeof(mat4)) == 0;
+    }
+
+  private:
+    // The eight corners, corner c taking max on x for bit 0, y for bit 1, z for bit 2, folded
+    // in corner order from the empty box.
+    void placeCorners(const AABB& box, __m128& lo, __m128& hi) const {
+        const __m128 x[2] = {_mm_mul_ps(column_[0], _mm_set1_ps(box.min.x)),
+                             _mm_mul_ps(column_[0], _mm_set1_ps(box.max.x))};
+        const __m128 y[2] = {_mm_mul_ps(column_[1], _mm_set1_ps(box.min.y)),
+                             _mm_mul_ps(column_[1], _mm_set1_ps(box.max.y))};
+        const __m128 zw[2] = {
+            _mm_add_ps(_mm_mul_ps(column_[2], _mm_set1_ps(box.min.z)), column_[3]),
+            _mm_add_ps(_mm_mul_ps(column_[2], _mm_set1_ps(box.max.z)), column_[3])};
+        const __m128 xy[4] = {_mm_add_ps(x[0], y[0]), _mm_add_ps(x[1], y[0]),
+                              _mm_add_ps(x[0], y[1]), _mm_add_ps(x[1], y[1])};
+        lo = _mm_set1_ps(kFloatMax);
+        hi = _mm_set1_ps(-kFloatMax);
+        for (int corner = 0; corner < 8; ++corner) {
+            const __m128 q = _mm_add_ps(xy[corner & 3], zw[corner >> 2]);
+            lo = _mm_min_ps(q, lo); // q < lo ? q : lo, as glm::min(lo, q)
+            hi = _mm_max_ps(q, hi); // q > hi ? q : hi, as glm::max(hi, q)
+        }
+    }
+
+    bool slab(__m128 lo, __m128 hi, PlacedBox& placed) const {
+        _mm_storeu_ps(placed.lo, lo);
+        _mm_storeu_ps(placed.hi, hi);
+        if (!usable_) return false;
+
+        // The slab test: near = min(t2, t1), far = max(t2, t1) per axis, a NaN operand giving
+        // the second; then tNear = max(z, max(y, x)) and tFar = min(z, min(y, x)).
+        const __m128 t1 = _mm_mul_ps(_mm_sub_ps(lo, origin_), inverse_);
+        const __m128 t2 = _mm_mul_ps(_mm_sub_ps(hi, origin_), inverse_);
+        const __m128 nearT = _mm_min_ps(t2, t1), farT = _mm_max_ps(t2, t1);
+        const __m128 ny = _mm_shuffle_ps(nearT, nearT, 1), nz = _mm_shuffle_ps(nearT, nearT, 2);
+        const __m128 fy = _mm_shuffle_ps(farT, farT, 1), fz = _mm_shuffle_ps(farT, farT, 2);
+        const float tNear = _mm_cvtss_f32(_mm_max_ss(nz, _mm_max_ss(ny, nearT)));
+        const float tFar = _mm_cvtss_f32(_mm_min_ss(fz, _mm_min_ss(fy, farT)));
+        placed.entry = tNear;
+        if (tNear > tFar || tFar < 0.0f) return false;
+        const int inside =
+            _mm_movemask_ps(_mm_and_ps(_mm_cmpge_ps(origin_, lo), _mm_cmple_ps(origin_, hi)));
+        return (inside & 7) == 7 || tNear > 0.0f;
+    }
+
+    __m128 column_[4];
+    __m128 inverse_;
+    __m128 origin_;
+    bool usable_;
+    bool identity_;
+};
+
+// Four lanes of one coordinate each.
+struct Lanes3 {
+    __m128 x, y, z;
+};
+
+inline Lanes3 splat(const vec3& v) {
+    return {_mm_set1_ps(v.x), _mm_set1_ps(v.y), _mm_set1_ps(v.z)};
+}
+
+// The model matrix applied to four points: (m0 * x + m1 * y) + (m2 * z + m3 * 1), first three
+// rows.
+class LaneMatrix {
+  public:
+    explicit LaneMatrix(const mat4& model) : identity_(BoxProbe::isIdentity(model)) {
+        for (int c = 0; c < 4; ++c)
+            for (int r = 0; r < 3; ++r) m_[c][r] = _mm_set1_ps(model[c][r]);
+        for (int r = 0; r < 3; ++r) m_[3][r] = _mm_mul_ps(m_[3][r], _mm_set1_ps(1.0f));
+    }
+
+    Lanes3 place(const Lanes3& p) const {
+        if (identity_) {
+            // As for boxes: finite coordinates come out as themselves plus +0.
+            const __m128 zero = _mm_setzero_ps();
+            const __m128 finite = _mm_and_ps(_mm_and_ps(_mm_cmpeq_ps(_mm_sub_ps(p.x, p.x), zero),
+                                                        _mm_cmpeq_ps(_mm_sub_ps(p.y, p.y), zero)),
+                                             _mm_cmpeq_ps(_mm_sub_ps(p.z, p.z), zero));
+            if (_mm_movemask_ps(finite) == 15)
+                return {_mm_add_ps(p.x, zero), _mm_add_ps(p.y, zero), _mm_add_ps(p.z, zero)};
+        }
+        __m128 out[3];
+        for (int r = 0; r < 3; ++r)
+            out[r] = _mm_add_ps(_mm_add_ps(_mm_mul_ps(m_[0][r], p.x), _mm_mul_ps(m_[1][r], p.y)),
+                                _mm_add_ps(_mm_mul_ps(m_[2][r], p.z), m_[3][r]));
+        return {out[0], out[1], out[2]};
+    }
+
+  private:
+    __m128 m_[4][3];
+    bool identity_;
+};
+
+inline __m128 dot3(const Lanes3& a, const Lanes3& b) {
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.x, b.x), _mm_mul_ps(a.y, b.y)), _mm_mul_ps(a.z, b.z));
+}
+
+inline Lanes3 cross3(const Lanes3& a, const Lanes3& b) {
+    return {_mm_sub_ps(_mm_mul_ps(a.y, b.z), _mm_mul_ps(b.y, a.z)),
+            _mm_sub_ps(_mm_mul_ps(a.z, b.x), _mm_mul_ps(b.z, a.x)),
+            _mm_sub_ps(_mm_mul_ps(a.x, b.y), _mm_mul_ps(b.x, a.y))};
+}
+
+inline Lanes3 sub3(const Lanes3& a, const Lanes3& b) {
+    return {_mm_sub_ps(a.x, b.x), _mm_sub_ps(a.y, b.y), _mm_sub_ps(a.z, b.z)};
+}
+
+// RayIntersectsTriangle on four triangles: a bit per lane that hits, and each lane's t. The
+// comparisons are ordered ones, so NaN falls through every rejection but the last, as in the
+// one-triangle test.
+inline int hitFour(const Lanes3& origin, const Lanes3& direction, const Lanes3& p0,
+                   const Lanes3& p1, const Lanes3& p2, __m128& t) {
+    const __m128 epsilon = _mm_set1_ps(1e-6f), one = _mm_set1_ps(1.0f);
+    const __m128 zero = _mm_setzero_ps();
+    const Lanes3 e1 = sub3(p1, p0), e2 = sub3(p2, p0);
+    const Lanes3 h = cross3(direction, e2);
+    const __m128 a = dot3(e1, h);
+    __m128 miss = _mm_and_ps(_mm_cmpgt_ps(a, _mm_set1_ps(-1e-6f)), _mm_cmplt_ps(a, epsilon));
+    const __m128 f = _mm_div_ps(one, a);
+    const Lanes3 s = sub3(origin, p0);
+    const __m128 u = _mm_mul_ps(f, dot3(s, h));
+    miss = _mm_or_ps(miss, _mm_or_ps(_mm_cmplt_ps(u, zero), _mm_cmpgt_ps(u, one)));
+    const Lanes3 q = cross3(s, e1);
+    const __m128 v = _mm_mul_ps(f, dot3(direction, q));
+    miss = _mm_or_ps(miss, _mm_or_ps(_mm_cmplt_ps(v, zero), _mm_cmpgt_ps(_mm_add_ps(u, v), one)));
+    t = _mm_mul_ps(f, dot3(e2, q));
+    return _mm_movemask_ps(_mm_andnot_ps(miss, _mm_cmpgt_ps(t, epsilon)));
+}
+
+// Positions of four vertices (x, y, z of each; the fourth float read is ignored) as lanes.
+inline Lanes3 lanesOf(__m128 r0, __m128 r1, __m128 r2, __m128 r3) {
+    _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+    return {r0, r1, r2};
+}
+
+#else
+
+// Without SSE2 the probe calls the library's own box functions.
+class BoxProbe {
+  public:
+    BoxProbe(const Ray& ray, const mat4& m) : ray_(ray), model_(m) {}
+
+    bool hits(const AABB& box, PlacedBox& placed) const {
+        const AABB moved = transformAABB(box, model_);
+        for (int i = 0; i < 3; ++i) {
+            placed.lo[i] = moved.min[i];
+            placed.hi[i] = moved.max[i];
+        }
+        placed.entry = 0.0f; // only an order of visit: any value is correct
+        return RayIntersectsAABB(ray_, moved);
+    }
+
+  private:
+    Ray ray_;
+    mat4 model_;
+};
+
+#endif
+
+} // namespace octree_detail
