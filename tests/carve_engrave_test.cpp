@@ -4,11 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 
 using Ring = std::vector<vec2>;
-using Rings = std::vector<Ring>;
 using Vertices = std::vector<kvx::nsVertex>;
 using Indices = std::vector<unsigned>;
 
@@ -23,6 +21,13 @@ vec3 onPlane(const vec2& p) {
     return origin + p.x * axisU + p.y * axisV;
 }
 
+// Vertex and index counts of an engraving of `rings` at depth 1.
+std::pair<size_t, size_t> counts(const std::vector<Ring>& rings, Vertices& v) {
+    Indices idx;
+    GenerateEngravedMeshFromContours(rings, origin, axisU, axisV, normal, 1.0f, v, idx);
+    return {v.size(), idx.size()};
+}
+
 } // namespace
 
 TEST(Engrave, UnitSquareLayout) {
@@ -34,32 +39,29 @@ TEST(Engrave, UnitSquareLayout) {
     // Top: the first ear is position 0; bottom: the same, reversed.
     EXPECT_EQ(Indices(idx.begin(), idx.begin() + 12),
               Indices({3, 0, 1, 3, 1, 2, 7, 5, 4, 7, 6, 5}));
-    for (int i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(v[i].position, onPlane(unitSquare[i]));
         EXPECT_EQ(v[i].normal, normal);
         EXPECT_EQ(v[4 + i].position, onPlane(unitSquare[i]) - 0.5f * normal);
         EXPECT_EQ(v[4 + i].normal, -normal);
         EXPECT_EQ(v[i].color, vec4(1.0f)); // the constructor's defaults stay
     }
-    // Walls: A, B, B', A' per edge, six indices, the outward normal.
+    // Walls: A, B, B', A' per edge, six indices, the outward normal, the
+    // triangles winding against it.
     for (unsigned e = 0; e < 4; ++e) {
         const unsigned i0 = 8 + 4 * e;
         const vec3 a = onPlane(unitSquare[e]), b = onPlane(unitSquare[(e + 1) % 4]);
+        const vec3 back = -0.5f * normal;
         EXPECT_EQ(v[i0].position, a);
         EXPECT_EQ(v[i0 + 1].position, b);
-        EXPECT_EQ(v[i0 + 2].position, b - 0.5f * normal);
-        EXPECT_EQ(v[i0 + 3].position, a - 0.5f * normal);
+        EXPECT_EQ(v[i0 + 2].position, b + back);
+        EXPECT_EQ(v[i0 + 3].position, a + back);
         EXPECT_EQ(Indices(idx.begin() + 12 + 6 * e, idx.begin() + 18 + 6 * e),
                   Indices({i0, i0 + 1, i0 + 2, i0, i0 + 2, i0 + 3}));
-        const vec2 mid = 0.5f * (unitSquare[e] + unitSquare[(e + 1) % 4]);
-        const vec3 outward = onPlane(mid) - onPlane(vec2(0.5f, 0.5f));
-        EXPECT_NEAR(glm::dot(v[i0].normal, outward), 0.5f, 1e-6f);
-        EXPECT_NEAR(glm::length(v[i0].normal), 1.0f, 1e-6f);
-        // The triangles wind against the stored normal.
-        const vec3 winding = glm::cross(b - a, (b - 0.5f * normal) - a);
-        EXPECT_LT(glm::dot(winding, v[i0].normal), 0.0f);
+        const vec3 outward = 0.5f * (a + b) - onPlane(vec2(0.5f));
+        EXPECT_NEAR(glm::distance(v[i0].normal, 2.0f * outward), 0.0f, 1e-6f);
+        EXPECT_LT(glm::dot(glm::cross(b - a, b + back - a), v[i0].normal), 0.0f);
     }
-
     GenerateEngravedMeshFromContours({}, origin, axisU, axisV, normal, 0.5f, v, idx);
     EXPECT_TRUE(v.empty()); // replaced, not appended to
     EXPECT_TRUE(idx.empty());
@@ -67,32 +69,21 @@ TEST(Engrave, UnitSquareLayout) {
 
 TEST(Engrave, EachRingIsFilledByItself) {
     Vertices v;
-    Indices idx;
     // A convex ring of negative area gets walls but no fill.
-    Ring clockwise(unitSquare.rbegin(), unitSquare.rend());
-    GenerateEngravedMeshFromContours({clockwise}, origin, axisU, axisV, normal, 1.0f, v, idx);
-    EXPECT_EQ(v.size(), 8u + 16u);
-    EXPECT_EQ(idx.size(), 24u);
-    // A repeated first point blocks the ears at the first point: one triangle.
+    EXPECT_EQ(counts({Ring(unitSquare.rbegin(), unitSquare.rend())}, v),
+              std::make_pair(24ul, 24ul));
+    // A repeated first point blocks the ears at the first point: one
+    // triangle. Its closing wall has zero length: a zero normal, not NaN.
     Ring repeated = unitSquare;
     repeated.push_back(repeated.front());
-    GenerateEngravedMeshFromContours({repeated}, origin, axisU, axisV, normal, 1.0f, v, idx);
-    EXPECT_EQ(v.size(), 10u + 20u);
-    EXPECT_EQ(idx.size(), 3u + 3u + 30u);
-    // Its closing wall has zero length: a zero normal rather than NaN.
+    EXPECT_EQ(counts({repeated}, v), std::make_pair(10ul + 20ul, 3ul + 3ul + 30ul));
     EXPECT_EQ(v[10 + 16].normal, vec3(0.0f));
     // A hole is no hole: the outer square is filled across it.
-    Ring hole{{1, 1}, {1, 3}, {3, 3}, {3, 1}};
-    Ring outer{{0, 0}, {4, 0}, {4, 4}, {0, 4}};
-    GenerateEngravedMeshFromContours({outer, hole}, origin, axisU, axisV, normal, 1.0f, v, idx);
-    EXPECT_EQ(v.size(), 16u + 32u);
-    EXPECT_EQ(idx.size(), 6u + 6u + 48u);
-    // Rings of one and two points: walls only, the two-point ring's two
-    // quads on top of each other.
-    GenerateEngravedMeshFromContours({{{5, 5}}, {{0, 0}, {2, 0}}}, origin, axisU, axisV, normal,
-                                     1.0f, v, idx);
-    EXPECT_EQ(v.size(), 4u + 8u);
-    EXPECT_EQ(idx.size(), 6u + 12u);
+    const Ring outer{{0, 0}, {4, 0}, {4, 4}, {0, 4}}, hole{{1, 1}, {1, 3}, {3, 3}, {3, 1}};
+    EXPECT_EQ(counts({outer, hole}, v), std::make_pair(16ul + 32ul, 6ul + 6ul + 48ul));
+    // Rings of one and two points: walls only, the two-point ring's two quads
+    // on top of each other.
+    EXPECT_EQ(counts({{{5, 5}}, {{0, 0}, {2, 0}}}, v), std::make_pair(4ul + 8ul, 6ul + 12ul));
     EXPECT_EQ(v[4].position, v[9].position);
 }
 
@@ -108,9 +99,8 @@ TEST(Engrave, NonConvexRingsAndDepth) {
     for (size_t k = 0; k < 12; k += 3) {
         const vec3 &a = v[idx[k]].position, &b = v[idx[k + 1]].position,
                    &c = v[idx[k + 2]].position;
-        const double t = 0.5 * glm::cross(b - a, c - a).z;
-        EXPECT_GT(t, 0.0);
-        area += t;
+        EXPECT_GT(glm::cross(b - a, c - a).z, 0.0f);
+        area += 0.5 * glm::cross(b - a, c - a).z;
     }
     EXPECT_DOUBLE_EQ(area, 3.0);
     // Depth 0: both layers in the plane, walls of zero height.
@@ -118,7 +108,7 @@ TEST(Engrave, NonConvexRingsAndDepth) {
     EXPECT_EQ(v[12].position, v[15].position);
 
     // A basis from buildPlaneBasis, and a normal of length 2: the layers lie
-    // depth times its length apart.
+    // depth times its length apart, and worldToUV undoes the mapping.
     vec3 first, second;
     const vec3 n = glm::normalize(vec3(1, 2, 3));
     buildPlaneBasis(n, first, second);
