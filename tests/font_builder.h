@@ -18,32 +18,23 @@ namespace fonttest {
 
 using Bytes = std::vector<uint8_t>;
 
+// Big-endian reads and writes of n bytes at offset o.
 inline uint32_t getN(const Bytes& b, size_t o, int n) {
     uint32_t v = 0;
     for (int k = 0; k < n; ++k) v = v << 8 | b[o + size_t(k)];
     return v;
 }
-inline uint16_t get16(const Bytes& b, size_t o) {
-    return uint16_t(getN(b, o, 2));
-}
-inline uint32_t get32(const Bytes& b, size_t o) {
-    return getN(b, o, 4);
-}
 inline void setN(Bytes& b, size_t o, uint32_t v, int n) {
     for (int k = n - 1; k >= 0; --k, v >>= 8) b[o + size_t(k)] = uint8_t(v);
 }
-inline void set16(Bytes& b, size_t o, uint32_t v) {
-    setN(b, o, v, 2);
-}
-inline void set32(Bytes& b, size_t o, uint32_t v) {
-    setN(b, o, v, 4);
-}
+inline const auto get16 = [](const Bytes& b, size_t o) { return uint16_t(getN(b, o, 2)); };
+inline const auto get32 = [](const Bytes& b, size_t o) { return getN(b, o, 4); };
+inline const auto set16 = [](Bytes& b, size_t o, uint32_t v) { setN(b, o, v, 2); };
+inline const auto set32 = [](Bytes& b, size_t o, uint32_t v) { setN(b, o, v, 4); };
 inline void put16(Bytes& b, std::initializer_list<int> values) {
     for (int v : values) b.push_back(uint8_t(unsigned(v) >> 8)), b.push_back(uint8_t(v));
 }
-inline void put32(Bytes& b, uint32_t v) {
-    put16(b, {int(v >> 16), int(v & 0xFFFF)});
-}
+inline const auto put32 = [](Bytes& b, uint32_t v) { put16(b, {int(v >> 16), int(v & 0xFFFF)}); };
 
 struct TableEntry {
     std::string tag;
@@ -69,8 +60,7 @@ inline TableEntry findTable(const Bytes& font, const std::string& tag) {
 
 inline uint32_t wordSum(const Bytes& b) {
     uint32_t sum = 0;
-    for (size_t i = 0; i < b.size(); i += 4)
-        for (size_t k = 0; k < 4; ++k) sum += (i + k < b.size() ? b[i + k] : 0u) << (24 - 8 * k);
+    for (size_t i = 0; i < b.size(); ++i) sum += uint32_t(b[i]) << (24 - 8 * (i % 4));
     return sum;
 }
 
@@ -165,10 +155,13 @@ inline Bytes compositeGlyph(const std::vector<Part>& parts) {
     return g;
 }
 
-// Type 2 charstring: the numbers in their 3-byte form, then the operator.
-inline Bytes& op(Bytes& program, const std::vector<int>& numbers, uint8_t code) {
-    for (int v : numbers) program.push_back(28), put16(program, {v});
-    program.push_back(code);
+// Type 2 charstring: `times` over, the numbers in their 3-byte form, then
+// the operator.
+inline Bytes& op(Bytes& program, const std::vector<int>& numbers, uint8_t code, int times = 1) {
+    for (int k = 0; k < times; ++k) {
+        for (int v : numbers) program.push_back(28), put16(program, {v});
+        program.push_back(code);
+    }
     return program;
 }
 
@@ -196,7 +189,7 @@ inline Bytes cffFont(const Bytes& program, const std::vector<Bytes>& globalSubrs
 
 inline Bytes readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
 inline void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
