@@ -80,11 +80,10 @@ inline std::string closedMeshProblem(const Vertices& v, const Indices& idx) {
         const auto back = byPosition.find({edge.second, edge.first});
         const int reverse = back == byPosition.end() ? 0 : back->second;
         if (count != 1 || reverse != 1) {
-            const glm::dvec3 p = points[size_t(edge.first)], q = points[size_t(edge.second)];
-            return "edge (" + std::to_string(p.x) + ", " + std::to_string(p.y) + ", " +
-                   std::to_string(p.z) + ") -> (" + std::to_string(q.x) + ", " +
-                   std::to_string(q.y) + ", " + std::to_string(q.z) + ") used " +
-                   std::to_string(count) + " times, " + std::to_string(reverse) + " back";
+            const glm::dvec3 p = points[size_t(edge.first)];
+            return "an edge from (" + std::to_string(p.x) + ", " + std::to_string(p.y) + ", " +
+                   std::to_string(p.z) + ") used " + std::to_string(count) + " times, " +
+                   std::to_string(reverse) + " back";
         }
     }
     return "";

@@ -104,22 +104,20 @@ Ring randomStar(std::mt19937& rng, vec2 c, float rMin, float rMax, int count, bo
 TEST(Triangulate, RandomStarsWithHolesAreCoveredExactly) {
     std::mt19937 rng(7);
     std::uniform_int_distribution<int> pointCount(3, 60), holeCount(0, 5);
-    std::uniform_real_distribution<float> place(-35.0f, 35.0f);
+    std::uniform_real_distribution<float> turn(0.0f, 6.3f), distance(25.0f, 35.0f);
     for (int trial = 0; trial < 80; ++trial) {
         // Small and large rings, so that both the plain and the z-ordered ear
-        // test run. 12 outer points or more keep every hole (within 50 of the
-        // centre) inside.
+        // test run. 12 outer points or more keep the outer ring beyond 54
+        // from the centre, clear of the holes (up to 10 around points spread
+        // 25 to 35 from it, a fifth of a turn or more apart).
         const int outerCount = trial % 4 == 0 ? 300 + trial * 3 : 12 + pointCount(rng);
         Rings rings{randomStar(rng, vec2(0), 60, 100, outerCount, rng() % 2)};
-        std::vector<vec2> centres;
-        for (int h = holeCount(rng), attempts = 0; h > 0 && attempts < 100; ++attempts) {
-            const vec2 c(place(rng), place(rng));
-            bool clear = glm::length(c) < 40.0f;
-            for (const vec2& other : centres) clear = clear && glm::distance(c, other) > 22.0f;
-            if (!clear) continue;
-            centres.push_back(c);
+        const int holes = holeCount(rng);
+        const float start = turn(rng);
+        for (int h = 0; h < holes; ++h) {
+            const float a = start + 6.2831853f * float(h) / float(holes);
+            const vec2 c = distance(rng) * vec2(std::cos(a), std::sin(a));
             rings.push_back(randomStar(rng, c, 3, 10, pointCount(rng), rng() % 2));
-            --h;
         }
         Triangles tri{99, 99}; // replaced, not appended to
         triangulateRings(rings, tri);
