@@ -1,9 +1,9 @@
-// Test helpers that build, read and alter sfnt font files byte by byte: tiny
-// TrueType and CFF fonts with chosen glyphs, and surgical damage to a real
-// font with its checksum set right again, so that the structural checks are
-// what refuses it.
+// A tiny sfnt writer and byte helpers for the font tests: small TrueType and
+// CFF fonts with chosen glyphs, and the whole-file checksum set right again
+// after damage, so that only the structural checks can refuse a file.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -18,44 +18,37 @@ namespace fonttest {
 
 using Bytes = std::vector<uint8_t>;
 
-inline uint16_t get16(const Bytes& b, size_t o) {
-    return uint16_t(b[o] << 8 | b[o + 1]);
+// Big-endian reads and writes of n bytes at offset o.
+inline uint32_t getN(const Bytes& b, size_t o, int n) {
+    uint32_t v = 0;
+    for (int k = 0; k < n; ++k) v = v << 8 | b[o + size_t(k)];
+    return v;
 }
-inline uint32_t get32(const Bytes& b, size_t o) {
-    return uint32_t(b[o]) << 24 | uint32_t(b[o + 1]) << 16 | uint32_t(b[o + 2]) << 8 | b[o + 3];
+inline void setN(Bytes& b, size_t o, uint32_t v, int n) {
+    for (int k = n - 1; k >= 0; --k, v >>= 8) b[o + size_t(k)] = uint8_t(v);
 }
-inline void set16(Bytes& b, size_t o, uint16_t v) {
-    b[o] = uint8_t(v >> 8);
-    b[o + 1] = uint8_t(v);
+inline const auto get16 = [](const Bytes& b, size_t o) { return uint16_t(getN(b, o, 2)); };
+inline const auto get32 = [](const Bytes& b, size_t o) { return getN(b, o, 4); };
+inline const auto set16 = [](Bytes& b, size_t o, uint32_t v) { setN(b, o, v, 2); };
+inline const auto set32 = [](Bytes& b, size_t o, uint32_t v) { setN(b, o, v, 4); };
+inline void put16(Bytes& b, std::initializer_list<int> values) {
+    for (int v : values) b.push_back(uint8_t(unsigned(v) >> 8)), b.push_back(uint8_t(v));
 }
-inline void set32(Bytes& b, size_t o, uint32_t v) {
-    set16(b, o, uint16_t(v >> 16));
-    set16(b, o + 2, uint16_t(v));
-}
-inline void push16(Bytes& b, uint16_t v) {
-    b.push_back(uint8_t(v >> 8));
-    b.push_back(uint8_t(v));
-}
-inline void push32(Bytes& b, uint32_t v) {
-    push16(b, uint16_t(v >> 16));
-    push16(b, uint16_t(v));
-}
+inline const auto put32 = [](Bytes& b, uint32_t v) { put16(b, {int(v >> 16), int(v & 0xFFFF)}); };
 
 struct TableEntry {
     std::string tag;
-    size_t directoryEntry = 0; // offset of the entry in the table directory
-    uint32_t offset = 0;
-    uint32_t length = 0;
+    size_t directoryEntry = 0; // where the entry sits in the table directory
+    uint32_t offset = 0, length = 0;
 };
 
 inline std::vector<TableEntry> tableDirectory(const Bytes& font) {
     std::vector<TableEntry> tables;
-    const uint16_t count = font.size() >= 12 ? get16(font, 4) : 0;
-    for (uint16_t i = 0; i < count && 12 + 16 * size_t(i) + 16 <= font.size(); ++i) {
-        const size_t entry = 12 + 16 * size_t(i);
-        tables.push_back({std::string(font.begin() + long(entry), font.begin() + long(entry) + 4),
-                          entry, get32(font, entry + 8), get32(font, entry + 12)});
-    }
+    const size_t end =
+        font.size() < 12 ? 0 : std::min(font.size(), 12 + 16 * size_t(get16(font, 4)));
+    for (size_t e = 12; e + 16 <= end; e += 16)
+        tables.push_back({std::string(font.begin() + long(e), font.begin() + long(e) + 4), e,
+                          get32(font, e + 8), get32(font, e + 12)});
     return tables;
 }
 
@@ -65,13 +58,9 @@ inline TableEntry findTable(const Bytes& font, const std::string& tag) {
     return {};
 }
 
-inline uint32_t wordSum(const Bytes& b, size_t from, size_t length) {
+inline uint32_t wordSum(const Bytes& b) {
     uint32_t sum = 0;
-    for (size_t i = 0; i < length; i += 4) {
-        uint32_t word = 0;
-        for (size_t k = 0; k < 4; ++k) word = word << 8 | (i + k < length ? b[from + i + k] : 0u);
-        sum += word;
-    }
+    for (size_t i = 0; i < b.size(); ++i) sum += uint32_t(b[i]) << (24 - 8 * (i % 4));
     return sum;
 }
 
@@ -80,180 +69,118 @@ inline void fixChecksum(Bytes& font) {
     const TableEntry head = findTable(font, "head");
     if (head.tag.empty() || head.offset + 12 > font.size()) return;
     set32(font, head.offset + 8, 0);
-    set32(font, head.offset + 8, 0xB1B0AFBAu - wordSum(font, 0, font.size()));
+    set32(font, head.offset + 8, 0xB1B0AFBAu - wordSum(font));
 }
 
-// A font file of these tables, in tag order, 4-byte aligned, with table
-// checksums and the whole-file checksum set.
 inline Bytes buildFont(uint32_t version, const std::map<std::string, Bytes>& tables) {
     Bytes font;
-    push32(font, version);
-    push16(font, uint16_t(tables.size()));
-    push16(font, 0);
-    push16(font, 0);
-    push16(font, 0);
+    put32(font, version);
+    put16(font, {int(tables.size()), 0, 0, 0});
     size_t offset = 12 + 16 * tables.size();
     for (const auto& [tag, data] : tables) {
-        for (char c : tag) font.push_back(uint8_t(c));
-        push32(font, wordSum(data, 0, data.size()));
-        push32(font, uint32_t(offset));
-        push32(font, uint32_t(data.size()));
+        font.insert(font.end(), tag.begin(), tag.end());
+        put32(font, wordSum(data));
+        put32(font, uint32_t(offset));
+        put32(font, uint32_t(data.size()));
         offset += (data.size() + 3) & ~size_t(3);
     }
     for (const auto& entry : tables) {
         font.insert(font.end(), entry.second.begin(), entry.second.end());
-        while (font.size() % 4) font.push_back(0);
+        font.resize((font.size() + 3) & ~size_t(3));
     }
-    if (tables.count("head")) fixChecksum(font);
+    fixChecksum(font);
     return font;
 }
 
-// The tables every tiny test font shares: glyph 1 is mapped from 'A', glyph 0
-// is .notdef. Ascent 800, descent -200, advances 500 and 600.
-inline std::map<std::string, Bytes> commonTables(uint16_t numGlyphs = 2) {
-    Bytes head(54, 0);
-    set32(head, 0, 0x00010000);
-    set32(head, 12, 0x5F0F3CF5);
-    set16(head, 18, 1000); // units per em
-    set16(head, 50, 0);    // short loca offsets
-    Bytes hhea(36, 0);
-    set32(hhea, 0, 0x00010000);
-    set16(hhea, 4, 800);
-    set16(hhea, 6, uint16_t(-200));
+// Tables shared by the tiny fonts: 1000 units per em, ascent 800, descent
+// -200, advances 500 (glyph 0) and 600 (the rest), 'A' mapped to glyph 1.
+inline std::map<std::string, Bytes> commonTables(int numGlyphs = 2) {
+    Bytes head(54, 0), hhea(36, 0), maxp(6, 0), hmtx, cmap;
+    set32(head, 0, 0x10000), set32(head, 12, 0x5F0F3CF5), set16(head, 18, 1000);
+    set32(hhea, 0, 0x10000), set16(hhea, 4, 800), set16(hhea, 6, uint16_t(-200));
     set16(hhea, 34, 2);
-    Bytes maxp(6, 0);
-    set32(maxp, 0, 0x00005000);
-    set16(maxp, 4, numGlyphs);
-    Bytes hmtx;
-    push16(hmtx, 500);
-    push16(hmtx, 0);
-    push16(hmtx, 600);
-    push16(hmtx, 0);
-    for (uint16_t g = 2; g < numGlyphs; ++g) push16(hmtx, 0);
-    // cmap: one Windows Unicode record, format 4 with 'A' -> 1 and the end
-    // segment.
-    Bytes cmap;
-    push16(cmap, 0);
-    push16(cmap, 1);
-    push16(cmap, 3);
-    push16(cmap, 1);
-    push32(cmap, 12);
-    push16(cmap, 4);  // format
-    push16(cmap, 32); // length
-    push16(cmap, 0);  // language
-    push16(cmap, 4);  // 2 x segments
-    push16(cmap, 4);  // search range
-    push16(cmap, 1);  // entry selector
-    push16(cmap, 0);  // range shift
-    push16(cmap, 'A');
-    push16(cmap, 0xFFFF);
-    push16(cmap, 0);
-    push16(cmap, 'A');
-    push16(cmap, 0xFFFF);
-    push16(cmap, uint16_t(1 - 'A'));
-    push16(cmap, 1);
-    push16(cmap, 0);
-    push16(cmap, 0);
+    set32(maxp, 0, 0x5000), set16(maxp, 4, uint16_t(numGlyphs));
+    put16(hmtx, {500, 0, 600, 0});
+    hmtx.resize(8 + 2 * size_t(numGlyphs - 2));
+    // One (3, 1) record, format 4: the segment 'A' -> 1 and the closing one.
+    put16(cmap,
+          {0, 1, 3, 1, 0, 12, 4, 32, 0, 4, 4, 1, 0, 'A', 0xFFFF, 0, 'A', 0xFFFF, 1 - 'A', 1, 0, 0});
     return {{"head", head}, {"hhea", hhea}, {"maxp", maxp}, {"hmtx", hmtx}, {"cmap", cmap}};
 }
 
-// A TrueType font whose glyphs 1, 2, ... are `glyphs` (raw glyf bytes);
-// glyph 0 is empty and 'A' maps to glyph 1.
+// A TrueType font whose glyphs 1, 2, ... are `glyphs` (raw glyf entries).
 inline Bytes trueTypeFont(const std::vector<Bytes>& glyphs) {
-    auto tables = commonTables(uint16_t(glyphs.size() + 1));
-    Bytes glyf, loca;
-    push16(loca, 0);
+    auto tables = commonTables(int(glyphs.size()) + 1);
+    Bytes& glyf = tables["glyf"];
+    Bytes& loca = tables["loca"];
+    put16(loca, {0, 0}); // glyph 0 is empty
     for (const Bytes& g : glyphs) {
-        push16(loca, uint16_t(glyf.size() / 2));
         glyf.insert(glyf.end(), g.begin(), g.end());
-        while (glyf.size() % 2) glyf.push_back(0);
+        glyf.resize((glyf.size() + 1) & ~size_t(1));
+        put16(loca, {int(glyf.size() / 2)});
     }
-    push16(loca, uint16_t(glyf.size() / 2));
-    tables["glyf"] = glyf;
-    tables["loca"] = loca;
     return buildFont(0x00010000, tables);
 }
-inline Bytes trueTypeFont(const Bytes& glyph) {
-    return trueTypeFont(std::vector<Bytes>{glyph});
-}
 
-// A simple glyph of one contour; `points` are absolute (x, y, onCurve).
 struct Point {
     int x, y;
     bool on;
 };
+// One contour of absolute points; no instructions.
 inline Bytes simpleGlyph(const std::vector<Point>& points) {
     Bytes g;
-    push16(g, 1);
-    for (int i = 0; i < 4; ++i) push16(g, 0); // bounding box, unread
-    push16(g, uint16_t(points.size() - 1));
-    push16(g, 0); // no instructions
+    put16(g, {1, 0, 0, 0, 0, int(points.size()) - 1, 0});
     for (const Point& p : points) g.push_back(p.on ? 1 : 0);
     int last = 0;
-    for (const Point& p : points) push16(g, uint16_t(p.x - last)), last = p.x;
+    for (const Point& p : points) put16(g, {p.x - last}), last = p.x;
     last = 0;
-    for (const Point& p : points) push16(g, uint16_t(p.y - last)), last = p.y;
+    for (const Point& p : points) put16(g, {p.y - last}), last = p.y;
     return g;
 }
 
-// A composite glyph: each part is placed by an offset and, when `scale` is
-// not 1, scaled uniformly (F2Dot14).
 struct Part {
-    uint16_t glyph;
-    int dx, dy;
+    int glyph, dx, dy;
     float scale = 1.0f;
 };
 inline Bytes compositeGlyph(const std::vector<Part>& parts) {
     Bytes g;
-    push16(g, 0xFFFF); // -1 contours
-    for (int i = 0; i < 4; ++i) push16(g, 0);
+    put16(g, {-1, 0, 0, 0, 0});
     for (size_t i = 0; i < parts.size(); ++i) {
         const Part& p = parts[i];
-        uint16_t flags = 1 | 2; // word arguments, x/y offsets
-        if (p.scale != 1.0f) flags |= 8;
-        if (i + 1 < parts.size()) flags |= 32;
-        push16(g, flags);
-        push16(g, p.glyph);
-        push16(g, uint16_t(int16_t(p.dx)));
-        push16(g, uint16_t(int16_t(p.dy)));
-        if (p.scale != 1.0f) push16(g, uint16_t(int16_t(p.scale * 16384.0f)));
+        // Word x/y offsets; a uniform scale; more parts follow.
+        const int flags = 3 | (p.scale != 1.0f ? 8 : 0) | (i + 1 < parts.size() ? 32 : 0);
+        put16(g, {flags, p.glyph, p.dx, p.dy});
+        if (p.scale != 1.0f) put16(g, {int(p.scale * 16384.0f)});
     }
     return g;
 }
 
-// Type 2 charstring numbers, all in the 3-byte form.
-inline void pushNumber(Bytes& program, int v) {
-    program.push_back(28);
-    push16(program, uint16_t(int16_t(v)));
+// Type 2 charstring: `times` over, the numbers in their 3-byte form, then
+// the operator.
+inline Bytes& op(Bytes& program, const std::vector<int>& numbers, uint8_t code, int times = 1) {
+    for (int k = 0; k < times; ++k) {
+        for (int v : numbers) program.push_back(28), put16(program, {v});
+        program.push_back(code);
+    }
+    return program;
 }
 
-// A CFF ("OTTO") font whose glyph 1 ('A') runs `program`; glyph 0 is endchar.
-// `globalSubrs` are called with their number minus 107 (the bias of small
-// sets).
+// A CFF font whose glyph 1 ('A') runs `program`; glyph 0 is endchar. Global
+// subroutine k is called with k - 107.
 inline Bytes cffFont(const Bytes& program, const std::vector<Bytes>& globalSubrs = {}) {
-    Bytes cff = {1, 0, 4, 1};                                          // header
-    for (int b : {0, 1, 1, 1, 2, int('T')}) cff.push_back(uint8_t(b)); // name INDEX
-    const size_t topDict = cff.size();
-    for (uint8_t b : {0, 1, 1, 1, 7}) cff.push_back(b); // top dict INDEX, one 6-byte dict
-    cff.push_back(29);
-    push32(cff, 0); // CharStrings offset, set below
-    cff.push_back(17);
-    push16(cff, 0); // string INDEX
-    push16(cff, uint16_t(globalSubrs.size()));
+    // Header, name INDEX ("T"), top dict INDEX (CharStrings offset), string INDEX.
+    Bytes cff = {1, 0, 4, 1, 0, 1, 1, 1, 2, 'T', 0, 1, 1, 1, 7, 29, 0, 0, 0, 0, 17, 0, 0};
+    put16(cff, {int(globalSubrs.size())});
     if (!globalSubrs.empty()) {
         cff.push_back(2);
-        uint16_t offset = 1;
-        push16(cff, offset);
-        for (const Bytes& subr : globalSubrs) push16(cff, offset = uint16_t(offset + subr.size()));
+        int offset = 1;
+        put16(cff, {offset});
+        for (const Bytes& subr : globalSubrs) put16(cff, {offset += int(subr.size())});
         for (const Bytes& subr : globalSubrs) cff.insert(cff.end(), subr.begin(), subr.end());
     }
-    set32(cff, topDict + 6, uint32_t(cff.size()));
-    push16(cff, 2);
-    cff.push_back(1);
-    cff.push_back(1);
-    cff.push_back(2);
-    cff.push_back(uint8_t(2 + program.size()));
-    cff.push_back(14); // .notdef: endchar
+    set32(cff, 16, uint32_t(cff.size()));
+    put16(cff, {2});
+    cff.insert(cff.end(), {1, 1, 2, uint8_t(2 + program.size()), 14});
     cff.insert(cff.end(), program.begin(), program.end());
     auto tables = commonTables();
     tables["CFF "] = cff;
@@ -262,15 +189,15 @@ inline Bytes cffFont(const Bytes& program, const std::vector<Bytes>& globalSubrs
 
 inline Bytes readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
 inline void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
-// A scratch directory for one test, removed with the object.
+// A scratch directory, removed with the object.
 struct ScratchDir {
     std::filesystem::path path;
     explicit ScratchDir(const std::string& name)

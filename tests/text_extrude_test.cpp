@@ -12,8 +12,8 @@
 
 using Ring = std::vector<vec2>;
 using Rings = std::vector<Ring>;
-using Vertices = std::vector<kvx::nsVertex>;
-using Indices = std::vector<unsigned>;
+using textcheck::Indices;
+using textcheck::Vertices;
 
 namespace {
 
@@ -25,39 +25,20 @@ Ring square(float x0, float y0, float side, bool ccw = true) {
     return r;
 }
 
-Ring closed(Ring r) {
-    r.push_back(r.front()); // as rings come from a font
-    return r;
-}
-
-// xy area of the triangles made only of front vertices (normal +z); wall
-// triangles always mix front and back.
-double frontCapArea(const Vertices& v, const Indices& idx) {
-    double sum = 0.0;
-    for (size_t t = 0; t < idx.size() / 3; ++t) {
-        bool front = true;
-        for (int k = 0; k < 3; ++k) front = front && v[idx[3 * t + k]].normal.z > 0.0f;
-        if (front) sum += textcheck::capArea(v, idx, t, t + 1);
-    }
-    return sum;
-}
-
-// The solid of `rings` must be closed, hold cap area × depth, and its cap
-// must have the given area.
-void expectSolid(const Rings& rings, double expectedArea, const char* what) {
-    SCOPED_TRACE(what);
+// Extrudes `rings` with a constant height and checks the solid; returns its
+// front cap area.
+double solidArea(const Rings& rings, float depth = 1.5f) {
     Vertices v;
     Indices idx;
-    const float depth = 1.5f;
     extrudeWithContours(rings, depth, 0.0f, 0.0f, v, idx, [](float, float) { return 2.0f; });
-    ASSERT_FALSE(idx.empty());
-    EXPECT_EQ(textcheck::closedMeshProblem(v, idx), "");
-    const double area = frontCapArea(v, idx);
-    EXPECT_NEAR(area, expectedArea, 1e-4 * expectedArea);
-    EXPECT_NEAR(textcheck::volume(v, idx), area * depth, 1e-4 * area * depth);
+    double area = 0.0;
+    EXPECT_FALSE(idx.empty());
+    EXPECT_EQ(textcheck::solidProblem(v, idx, depth, area), "");
+    return area;
 }
 
-// Exact even-odd area of axis-aligned rectangles, by coordinate compression.
+// Exact even-odd area of axis-aligned rectangles (x0, y0, x1, y1), by
+// coordinate compression.
 double evenOddRectArea(const std::vector<glm::ivec4>& rects) {
     std::set<int> xs, ys;
     for (const auto& r : rects) xs.insert({r.x, r.z}), ys.insert({r.y, r.w});
@@ -85,12 +66,12 @@ TEST(TextExtrude, UnitSquareLayout) {
     });
     ASSERT_EQ(v.size(), 8u);
     ASSERT_EQ(idx.size(), 36u);
-    ASSERT_EQ(calls.size(), 4u); // once per ring point, in vertex order
-    for (int i = 0; i < 4; ++i) {
+    ASSERT_EQ(calls.size(), 4u); // once per ring point, in vertex order, shifted
+    for (size_t i = 0; i < 4; ++i) {
         const kvx::nsVertex &f = v[i], &b = v[i + 4];
         EXPECT_EQ(vec2(f.position), calls[i]);
-        EXPECT_TRUE(f.position.x == 10.0f || f.position.x == 11.0f);
-        EXPECT_TRUE(f.position.y == 20.0f || f.position.y == 21.0f);
+        EXPECT_TRUE(
+            glm::all(glm::equal(glm::abs(vec2(f.position) - vec2(10.5f, 20.5f)), vec2(0.5f))));
         EXPECT_EQ(f.position.z, f.position.x * 0.25f);
         EXPECT_EQ(f.normal, vec3(0, 0, 1));
         EXPECT_EQ(f.uv, vec2(0, 0));
@@ -99,28 +80,27 @@ TEST(TextExtrude, UnitSquareLayout) {
         EXPECT_EQ(b.normal, vec3(0, 0, -1));
         EXPECT_TRUE(std::signbit(b.normal.x) && std::signbit(b.normal.y)); // negated zeros
     }
-    // Front cap over 0..3 winding to +z, back cap over 4..7 reversed.
-    for (int t = 0; t < 2; ++t) {
-        for (int k = 0; k < 3; ++k) EXPECT_LT(idx[3 * t + k], 4u);
-        for (int k = 0; k < 3; ++k) EXPECT_GE(idx[6 + 3 * t + k], 4u);
-        EXPECT_EQ(idx[6 + 3 * t], idx[3 * t] + 4);
-        EXPECT_EQ(idx[6 + 3 * t + 1], idx[3 * t + 2] + 4);
-        EXPECT_EQ(idx[6 + 3 * t + 2], idx[3 * t + 1] + 4);
+    // Front cap over 0..3, back cap the same triangles over 4..7 reversed.
+    for (size_t t = 0; t < 6; t += 3) {
+        for (size_t k = 0; k < 3; ++k) EXPECT_LT(idx[t + k], 4u);
+        EXPECT_EQ(Indices(idx.begin() + 6 + long(t), idx.begin() + 9 + long(t)),
+                  Indices({idx[t] + 4, idx[t + 2] + 4, idx[t + 1] + 4}));
     }
-    EXPECT_DOUBLE_EQ(textcheck::capArea(v, idx, 0, 2), 1.0);
     // Walls: a, a2, b, b, a2, b2 along the ring.
-    for (unsigned j = 0; j < 4; ++j) {
-        const unsigned a = j, b = (j + 1) % 4;
-        const Indices wall(idx.begin() + 12 + 6 * j, idx.begin() + 18 + 6 * j);
-        EXPECT_EQ(wall, Indices({a, a + 4, b, b, a + 4, b + 4}));
+    for (unsigned a = 0; a < 4; ++a) {
+        const unsigned b = (a + 1) % 4;
+        EXPECT_EQ(Indices(idx.begin() + 12 + 6 * a, idx.begin() + 18 + 6 * a),
+                  Indices({a, a + 4, b, b, a + 4, b + 4}));
     }
-    EXPECT_EQ(textcheck::closedMeshProblem(v, idx), "");
+    double capArea;
+    EXPECT_EQ(textcheck::solidProblem(v, idx, 2.0, capArea), "");
+    EXPECT_DOUBLE_EQ(capArea, 1.0);
 
     // A second call appends a block based on the vertex count at its start.
     extrudeWithContours({square(5, 5, 1, false)}, 2.0f, 0, 0, v, idx, flat);
     ASSERT_EQ(v.size(), 16u);
     ASSERT_EQ(idx.size(), 72u);
-    for (size_t k = 36; k < 72; ++k) EXPECT_GE(idx[k], 8u);
+    EXPECT_GE(*std::min_element(idx.begin() + 36, idx.end()), 8u);
 }
 
 TEST(TextExtrude, DepthSignAndZero) {
@@ -137,7 +117,6 @@ TEST(TextExtrude, DepthSignAndZero) {
     EXPECT_EQ(zero[0].normal, vec3(0, 0, 1)); // 0 counts as positive
     EXPECT_EQ(zero[4].normal, vec3(0, 0, -1));
     EXPECT_EQ(zero[4].position, zero[0].position);
-    EXPECT_NEAR(textcheck::volume(pos, ip), 2.0, 1e-9);
 }
 
 TEST(TextExtrude, EmptyInputAndEmptyHeightFunction) {
@@ -149,15 +128,15 @@ TEST(TextExtrude, EmptyInputAndEmptyHeightFunction) {
     extrudeWithContours({square(0, 0, 0.3f), {{0, 0}, {1, 1}}}, 1.0f, 0, 0, v, idx, none);
     EXPECT_EQ(v.size(), 1u);
     EXPECT_EQ(idx.size(), 1u);
-    // With something to build, the empty function throws before anything
-    // is appended.
+    // With something to build, the empty function throws before anything is
+    // appended.
     EXPECT_THROW(extrudeWithContours({square(0, 0, 1)}, 1.0f, 0, 0, v, idx, none),
                  std::bad_function_call);
     EXPECT_EQ(v.size(), 1u);
     EXPECT_EQ(idx, Indices({7}));
-    // Not a number first in a ring fails the union: nothing appended. (Later
-    // in a ring, the clean-up passes it over, since no distance to it is
-    // above the limit.)
+    // Not a number first in a ring fails the union: nothing appended. Later
+    // in a ring the clean-up passes it over (no distance to it is above the
+    // limit).
     extrudeWithContours({{{NAN, 0}, {0, 0}, {1, 1}}, square(0, 0, 1)}, 1.0f, 0, 0, v, idx, flat);
     EXPECT_EQ(v.size(), 1u);
     extrudeWithContours({{{0, 0}, {NAN, 0}, {1, 0}, {1, 1}, {0, 1}}}, 1.0f, 0, 0, v, idx, flat);
@@ -171,76 +150,23 @@ TEST(TextExtrude, HolesOverlapsAndTouchingRingsMakeClosedSolids) {
     EXPECT_EQ(v.size(), 16u); // one polygon: both rings, twice
     EXPECT_EQ(idx.size(), 3u * (8 + 8 + 16));
 
-    expectSolid({square(0, 0, 4), square(1, 1, 2)}, 12.0, "square with hole");
-    expectSolid({square(0, 0, 2), square(1, 1, 2)}, 6.0, "overlap left open");
-    // A hole touching the outer ring in the middle of an edge, and one
-    // touching it at a corner.
-    expectSolid({square(0, 0, 10), {{0, 5}, {3, 3}, {3, 7}}}, 94.0, "touching an edge");
-    expectSolid({square(0, 0, 10), {{0, 0}, {3, 1}, {1, 3}}}, 96.0, "touching a corner");
-    // Two squares meeting at one corner.
-    expectSolid({square(0, 0, 2), square(2, 2, 2)}, 8.0, "meeting at a corner");
-}
-
-TEST(TextExtrude, HandDrawnLettersAreClosedSolids) {
-    auto octagon = [](float r, bool ccw) {
-        Ring ring;
-        for (int i = 0; i < 8; ++i) {
-            const float a = 0.785398163f * float(ccw ? i : 8 - i);
-            ring.emplace_back(5 + r * std::cos(a), 5 + r * std::sin(a));
-        }
-        return ring;
+    const struct {
+        Rings rings;
+        double area;
+        const char* what;
+    } cases[] = {
+        {{square(0, 0, 4), square(1, 1, 2)}, 12.0, "square with hole"},
+        {{square(0, 0, 2), square(1, 1, 2)}, 6.0, "overlap left open"},
+        {{square(0, 0, 10), {{0, 5}, {3, 3}, {3, 7}}}, 94.0, "hole touching an edge"},
+        {{square(0, 0, 10), {{0, 0}, {3, 1}, {1, 3}}}, 96.0, "hole touching a corner"},
+        {{square(0, 0, 2), square(2, 2, 2)}, 8.0, "squares meeting at a corner"},
     };
-    // Outer rings one way, counters the other, each ending on a repeat of
-    // its first point, as a font delivers them.
-    const Rings letterO{closed(octagon(5, true)), closed(octagon(3, false))};
-    const Rings letterA{closed({{0, 0}, {2, 0}, {3, 3}, {5, 3}, {6, 0}, {8, 0}, {5, 10}, {3, 10}}),
-                        closed({{3.5f, 5}, {4, 7}, {4.5f, 5}})};
-    const Rings letterB{
-        closed({{0, 0}, {5, 0}, {7, 2}, {7, 4}, {6, 5}, {7, 6}, {7, 8}, {5, 10}, {0, 10}}),
-        closed({{2, 2}, {2, 4}, {5, 4}, {5, 2}}), closed({{2, 6}, {2, 8}, {5, 8}, {5, 6}})};
-    const Rings letterE{closed({{0, 0},
-                                {6, 0},
-                                {6, 2},
-                                {2, 2},
-                                {2, 4},
-                                {5, 4},
-                                {5, 6},
-                                {2, 6},
-                                {2, 8},
-                                {6, 8},
-                                {6, 10},
-                                {0, 10}})};
-    const Rings letterI{closed(square(0, 0, 1.5f)), closed(square(0, 3, 1.5f)),
-                        closed({{0, 2}, {1.5f, 2}, {1.5f, 2.5f}, {0, 2.5f}})};
-    auto area = [](const Rings& rings, int outers) {
-        double a = 0.0;
-        for (size_t r = 0; r < rings.size(); ++r)
-            a += (int(r) < outers ? 1 : -1) * std::fabs(textcheck::shoelace(rings[r]));
-        return a;
-    };
-    expectSolid(letterO, area(letterO, 1), "O");
-    expectSolid(letterA, area(letterA, 1), "A");
-    expectSolid(letterB, area(letterB, 1), "B");
-    expectSolid(letterE, area(letterE, 1), "E");
-    expectSolid(letterI, area(letterI, 3), "i");
-    // A word: the letters side by side, shifted along x.
-    Rings word;
-    float pen = 0.0f;
-    for (const Rings* letter : {&letterA, &letterB, &letterO, &letterE}) {
-        for (Ring ring : *letter) {
-            for (vec2& p : ring) p.x += pen;
-            word.push_back(ring);
-        }
-        pen += 11.0f;
-    }
-    expectSolid(word, area(letterA, 1) + area(letterB, 1) + area(letterO, 1) + area(letterE, 1),
-                "word");
+    for (const auto& c : cases) EXPECT_NEAR(solidArea(c.rings), c.area, 1e-4 * c.area) << c.what;
 }
 
 TEST(TextExtrude, RandomOverlapsMatchTheEvenOddArea) {
     std::mt19937 rng(11);
     std::uniform_int_distribution<int> corner(0, 16), extent(1, 8), count(1, 7);
-    std::bernoulli_distribution coin(0.5);
     for (int trial = 0; trial < 40; ++trial) {
         std::vector<glm::ivec4> rects;
         Rings rings;
@@ -248,59 +174,25 @@ TEST(TextExtrude, RandomOverlapsMatchTheEvenOddArea) {
             const int x = corner(rng), y = corner(rng);
             rects.emplace_back(x, y, x + extent(rng), y + extent(rng));
             const auto& r = rects.back();
-            Ring ring{{r.x, r.y}, {r.z, r.y}, {r.z, r.w}, {r.x, r.w}};
-            if (coin(rng)) std::reverse(ring.begin(), ring.end());
-            rings.push_back(ring);
+            rings.push_back({{r.x, r.y}, {r.z, r.y}, {r.z, r.w}, {r.x, r.w}});
+            if (rng() % 2) std::reverse(rings.back().begin(), rings.back().end());
         }
-        const double expected = evenOddRectArea(rects);
-        Vertices v;
-        Indices idx;
-        extrudeWithContours(rings, 1.0f, 0, 0, v, idx, flat);
-        SCOPED_TRACE("trial " + std::to_string(trial));
-        EXPECT_EQ(textcheck::closedMeshProblem(v, idx, true), "");
-        EXPECT_NEAR(frontCapArea(v, idx), expected, 1e-6);
-        EXPECT_NEAR(textcheck::volume(v, idx), expected, 1e-4);
-    }
-    // Overlapping stars of many points, the curved case.
-    for (int trial = 0; trial < 10; ++trial) {
-        Rings rings;
-        std::uniform_real_distribution<float> centre(0.0f, 10.0f), radius(2.0f, 6.0f);
-        for (int k = 0; k < 3; ++k) {
-            const vec2 c(centre(rng), centre(rng));
-            Ring ring;
-            for (int i = 0; i < 40; ++i) {
-                const float a = 6.2831853f * float(i) / 40.0f;
-                ring.push_back(c + radius(rng) * vec2(std::cos(a), std::sin(a)));
-            }
-            rings.push_back(ring);
-        }
-        Vertices v;
-        Indices idx;
-        extrudeWithContours(rings, 0.75f, 0, 0, v, idx, flat);
-        SCOPED_TRACE("star trial " + std::to_string(trial));
-        EXPECT_EQ(textcheck::closedMeshProblem(v, idx, true), "");
-        const double area = frontCapArea(v, idx);
-        EXPECT_NEAR(textcheck::volume(v, idx), area * 0.75, 1e-4 * area);
+        EXPECT_NEAR(solidArea(rings, 1.0f), evenOddRectArea(rects), 1e-6) << "trial " << trial;
     }
 }
 
 TEST(TextExtrude, AlignTextBottomCenter) {
-    Vertices none;
-    alignTextBottomCenter(none);
-    EXPECT_TRUE(none.empty());
-    Vertices one(1);
-    one[0].position = vec3(5, -3, 7);
-    alignTextBottomCenter(one);
-    EXPECT_EQ(one[0].position, vec3(0, 0, 7));
-
-    Vertices v(3);
-    v[0].position = vec3(2, 5, 1);
-    v[1].position = vec3(10, 9, 2);
-    v[2].position = vec3(4, 3, -40); // z and max y play no part
-    v[2].normal = vec3(0, 0, 1);
-    alignTextBottomCenter(v);
-    EXPECT_EQ(v[0].position, vec3(-4, 2, 1));
-    EXPECT_EQ(v[1].position, vec3(4, 6, 2));
-    EXPECT_EQ(v[2].position, vec3(-2, 0, -40));
-    EXPECT_EQ(v[2].normal, vec3(0, 0, 1));
+    auto aligned = [](const std::vector<vec3>& positions) {
+        Vertices v(positions.size());
+        for (size_t i = 0; i < v.size(); ++i) v[i].position = positions[i];
+        alignTextBottomCenter(v);
+        std::vector<vec3> out;
+        for (const kvx::nsVertex& vertex : v) out.push_back(vertex.position);
+        return out;
+    };
+    EXPECT_TRUE(aligned({}).empty());
+    EXPECT_EQ(aligned({{5, -3, 7}}), std::vector<vec3>({{0, 0, 7}}));
+    // z and max y play no part.
+    EXPECT_EQ(aligned({{2, 5, 1}, {10, 9, 2}, {4, 3, -40}}),
+              std::vector<vec3>({{-4, 2, 1}, {4, 6, 2}, {-2, 0, -40}}));
 }
