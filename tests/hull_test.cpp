@@ -116,16 +116,7 @@ TEST(ConvexHull2D, DegenerateAndNonFiniteSets) {
     EXPECT_TRUE(convexHull2D({vec2(nan), vec2(nan, 1), vec2(inf, 0)}).empty());
 }
 
-TEST(ConvexHullProjected, FewPointsComeBackAsGivenWhateverTheDirection) {
-    const std::vector<vec3> two{vec3(1, 2, 3), vec3(-1, 0, 4)};
-    for (const vec3& direction : {vec3(0), vec3(0, 0, 1), vec3(std::nanf(""))}) {
-        EXPECT_TRUE(convexHullProjected({}, direction).empty());
-        EXPECT_EQ(convexHullProjected({two[0]}, direction), std::vector<vec3>{two[0]});
-        EXPECT_EQ(convexHullProjected(two, direction), two);
-    }
-}
-
-TEST(ConvexHullProjected, CubeAlongEachAxisCloudAndBunny) {
+TEST(ConvexHullProjected, CubeAlongEachAxisAndTheBunny) {
     std::vector<vec3> cube;
     for (int i = 0; i < 8; ++i) cube.emplace_back(i & 1 ? 3 : 1, i & 2 ? 2 : -2, i & 4 ? 5 : 4);
     // Along y, in either sense, the second reference axis takes over.
@@ -135,20 +126,18 @@ TEST(ConvexHullProjected, CubeAlongEachAxisCloudAndBunny) {
         EXPECT_EQ(hull.size(), 4u);
         expectProjectedHull(hull, cube, direction, 1e-5f);
     }
-    std::mt19937 random(99);
-    std::normal_distribution<float> gauss(0.0f, 3.0f);
-    for (int round = 0; round < 3; ++round) {
-        std::vector<vec3> cloud(200);
-        for (vec3& p : cloud) p = vec3(gauss(random), gauss(random) + 10.0f, gauss(random));
-        const vec3 direction(gauss(random), gauss(random), gauss(random));
-        expectProjectedHull(convexHullProjected(cloud, direction), cloud, direction, 1e-4f);
-    }
     const std::vector<vec3>& bunny = testmesh::bunny().positions;
     for (const vec3& direction : {vec3(0, -1, 0), vec3(1, 1, 1)})
         expectProjectedHull(convexHullProjected(bunny, direction), bunny, direction, 1e-4f);
 }
 
-TEST(ConvexHullProjected, ZeroNaNAndExtremeDirections) {
+TEST(ConvexHullProjected, FewPointsZeroNaNAndExtremeDirections) {
+    // Fewer than three points come back as given, whatever the direction.
+    const std::vector<vec3> two{vec3(1, 2, 3), vec3(-1, 0, 4)};
+    for (const vec3& direction : {vec3(0), vec3(std::nanf(""))}) {
+        EXPECT_TRUE(convexHullProjected({}, direction).empty());
+        EXPECT_EQ(convexHullProjected(two, direction), two);
+    }
     const std::vector<vec3> triangle{vec3(0, 0, 0), vec3(1, 0, 0), vec3(0, 1, 0)};
     const float inf = std::numeric_limits<float>::infinity();
     for (const vec3& direction : {vec3(0), vec3(std::nanf(""), 0, 1), vec3(0, 0, inf)})

@@ -45,10 +45,13 @@ TEST(ResampleLoop, KnownPointsOnSmallLoops) {
     std::vector<vec3> closed = kSquare;
     closed.push_back(kSquare.front());
     EXPECT_EQ(resampleLoopToCount(closed, 4), kSquare);
-    closed.back() = vec3(0, 5e-6f, 0);
-    const std::vector<vec3> nearlyClosed = resampleLoopToCount(closed, 4);
-    ASSERT_EQ(nearlyClosed.size(), 4u);
-    for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(glm::distance(nearlyClosed[i], kSquare[i]), 0, 1e-5);
+    // A last point 2e-5 from the first gets a closing segment: perimeter 4, the corners again.
+    // At 9e-6 it counts as closing the loop: the perimeter falls short, the corners drift.
+    closed.back() = vec3(0, 2e-5f, 0);
+    const std::vector<vec3> farGap = resampleLoopToCount(closed, 4);
+    for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(glm::distance(farGap[i], kSquare[i]), 0, 1e-6);
+    closed.back() = vec3(0, 9e-6f, 0);
+    EXPECT_GT(resampleLoopToCount(closed, 4).at(3).x, 5e-6f);
 
     // A repeated corner is a segment of length 0, passed over without dividing by it.
     const std::vector<vec3> repeated{kSquare[0], kSquare[1], kSquare[1], kSquare[2], kSquare[3]};

@@ -9,6 +9,7 @@
 #include <limits>
 #include <map>
 
+using testmesh::meshOf;
 using testmesh::sameRecord;
 
 namespace {
@@ -27,13 +28,6 @@ std::string simplify(MeshData& mesh, const meshutils::SimplifyOptions& options) 
 std::string resultLine(size_t vertices, size_t triangles) {
     return "[Simplify] Result: " + std::to_string(vertices) + " verts, " +
            std::to_string(triangles) + " triangles\n";
-}
-
-MeshData meshOf(const std::vector<vec3>& points, const std::vector<unsigned int>& indices) {
-    MeshData mesh;
-    for (const vec3& p : points) mesh.vertices.push_back(testmesh::vertexAt(p));
-    mesh.indices = indices;
-    return mesh;
 }
 
 // The grid clustering written plainly, with an ordered map for the cells.
@@ -62,16 +56,6 @@ MeshData oracleSimplify(const MeshData& in, float c) {
 }
 
 } // namespace
-
-TEST(SimplifyVertexClustering, EmptyListsLeaveTheMeshAloneAndPrintNothing) {
-    MeshData noIndices = meshOf({vec3(0), vec3(1)}, {});
-    EXPECT_EQ(simplify(noIndices, cell(0.5f)), "");
-    EXPECT_EQ(noIndices.vertices.size(), 2u);
-    MeshData noVertices;
-    noVertices.indices = {0, 1, 2};
-    EXPECT_EQ(simplify(noVertices, cell(0.5f)), "");
-    EXPECT_EQ(noVertices.indices, (std::vector<unsigned int>{0, 1, 2}));
-}
 
 TEST(SimplifyVertexClustering, HalfOpenCellsFromTheMinimumCornerFirstVertexCopied) {
     // Minimum x is 10: offsets 0, 0.999, 1 (exactly on a grid plane), 2.5, 0.5.
@@ -138,9 +122,17 @@ TEST(SimplifyVertexClustering, CellFromDetailAndDegenerateSettings) {
     }
     MeshData point = meshOf({vec3(2), vec3(2), vec3(2)}, {0, 1, 2});
     EXPECT_EQ(simplify(point, detail(1.0f)), resultLine(1, 0));
+    // An infinite detail makes the computed cell 0, which becomes 0.001.
+    MeshData tiny = meshOf({vec3(0), vec3(0.0009f, 0, 0), vec3(0.0011f, 0, 0)}, {0, 1, 2});
+    EXPECT_EQ(simplify(tiny, detail(INFINITY)), resultLine(2, 0));
 }
 
-TEST(SimplifyVertexClustering, HugeAndNonFiniteInputStaysDefined) {
+TEST(SimplifyVertexClustering, EmptyHugeAndNonFiniteInputStaysDefined) {
+    // No indices or no vertices: the mesh stays as it was and nothing is printed.
+    MeshData noIndices = meshOf({vec3(0), vec3(1)}, {}), noVertices{{}, {0, 1, 2}};
+    EXPECT_EQ(simplify(noIndices, cell(0.5f)) + simplify(noVertices, cell(0.5f)), "");
+    EXPECT_EQ(noIndices.vertices.size(), 2u);
+    EXPECT_EQ(noVertices.indices, (std::vector<unsigned int>{0, 1, 2}));
     // Cell indices beyond 32 bits clamp to the outermost cell: the second triangle collapses.
     MeshData huge = meshOf({vec3(0), vec3(1e30f, 0, 0), vec3(2e30f, 0, 0), vec3(0, 1e-30f, 0)},
                            {0, 1, 3, 1, 2, 3});

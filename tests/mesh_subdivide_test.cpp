@@ -7,19 +7,13 @@
 #include <map>
 #include <utility>
 
+using testmesh::meshOf;
 using testmesh::sameRecord;
 
 namespace {
 
 std::string subdivide(MeshData& mesh, int passes) {
     return testmesh::captureStdout([&] { meshutils::LoopSubdivide(mesh, passes); });
-}
-
-MeshData meshOf(const std::vector<vec3>& points, const std::vector<unsigned int>& indices) {
-    MeshData mesh;
-    for (const vec3& p : points) mesh.vertices.push_back(testmesh::vertexAt(p));
-    mesh.indices = indices;
-    return mesh;
 }
 
 vec3 unitSum(const vec3& a, const vec3& b) {

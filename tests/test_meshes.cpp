@@ -84,23 +84,10 @@ Mesh randomSoup(int triangles, float size, unsigned seed) {
     return m;
 }
 
-Mesh uvSphere(int slices, int stacks, float radius) {
-    Mesh m;
-    const float pi = 3.14159265358979f;
-    for (int j = 0; j <= stacks; ++j)
-        for (int i = 0; i <= slices; ++i) {
-            const float phi = pi * static_cast<float>(j) / static_cast<float>(stacks);
-            const float theta = 2.0f * pi * static_cast<float>(i) / static_cast<float>(slices);
-            m.add(radius * vec3(std::sin(phi) * std::cos(theta), std::cos(phi),
-                                std::sin(phi) * std::sin(theta)));
-        }
-    const auto row = static_cast<unsigned>(slices) + 1;
-    for (unsigned j = 0; j < static_cast<unsigned>(stacks); ++j)
-        for (unsigned i = 0; i < static_cast<unsigned>(slices); ++i) {
-            const unsigned a = j * row + i, b = a + row, c = b + 1, d = a + 1;
-            m.indices.insert(m.indices.end(), {a, d, b, d, c, b});
-        }
-    return m;
+MeshData meshOf(const std::vector<vec3>& points, const std::vector<unsigned int>& indices) {
+    MeshData mesh{{}, indices};
+    for (const vec3& p : points) mesh.vertices.push_back(vertexAt(p));
+    return mesh;
 }
 
 kvx::nsVertex vertexAt(const vec3& p) {

@@ -39,8 +39,8 @@ const Mesh& bunny();
 // share a vertex with the one before.
 Mesh randomSoup(int triangles, float size, unsigned seed);
 
-// A closed UV sphere, counter-clockwise seen from outside.
-Mesh uvSphere(int slices, int stacks, float radius);
+// A mesh of those points (each with every field set) and corners.
+MeshData meshOf(const std::vector<vec3>& points, const std::vector<unsigned int>& indices);
 
 // A vertex at `p` whose other fields all differ from vertex to vertex or from the defaults.
 kvx::nsVertex vertexAt(const vec3& p);

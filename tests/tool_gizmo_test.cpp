@@ -39,10 +39,8 @@ TEST(ToolGizmo, BadInputIsOneLineAndExitCodeTwo) {
 }
 
 TEST(ToolPickBvh, SameAnswerAsTheBruteForcePick) {
-    // A hit and a miss on the built-in sphere, a hit on the bunny.
-    for (const std::string& args :
-         {std::string("--json --pixel 380,260"), std::string("--json --pixel 0,0"),
-          std::string(KORVEX_BUNNY_PATH) + " --json --pixel 400,300"}) {
+    // A hit and a miss on the built-in sphere (the bunny is checked in the BVH tests).
+    for (const std::string args : {"--json --pixel 380,260", "--json --pixel 0,0"}) {
         const ToolRun viaBvh = runTool("pick --bvh " + args);
         ASSERT_EQ(viaBvh.exitCode, 0) << viaBvh.err;
         EXPECT_EQ(viaBvh.out.rfind(args.find("0,0") == std::string::npos ? "{\"hit\":true"
