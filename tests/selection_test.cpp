@@ -163,47 +163,45 @@ TEST_F(Selection, MatchesThePlainRulesOnRealMeshesAndLassosOfEverySize) {
 
 TEST_F(Selection, OverlapAndFacingCases) {
     const std::vector<vec2> lasso{{350, 250}, {450, 250}, {450, 350}, {350, 350}};
-    // A small triangle wholly inside, counter-clockwise seen from the camera; its back face is
-    // rejected at threshold 0 and kept at -2.
-    const Mesh small =
-        singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(0, 0.1f, 0));
-    const Mesh back = singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0, 0.1f, 0), vec3(0.1f, -0.1f, 0));
-    EXPECT_EQ(selectOne(small, lasso), (std::vector<int>{0}));
-    EXPECT_TRUE(selectOne(back, lasso).empty());
-    // A huge triangle round the lasso with its centroid outside: not selected; moved so that the
-    // centroid lies inside: selected. Only an edge through the lasso: selected.
-    EXPECT_TRUE(
-        selectOne(singleTriangle(vec3(-30, -30, 0), vec3(90, -30, 0), vec3(-30, 30, 0)), lasso)
-            .empty());
-    EXPECT_EQ(
-        selectOne(singleTriangle(vec3(-30, -30, 0), vec3(60, -30, 0), vec3(-30, 60, 0)), lasso),
-        (std::vector<int>{0}));
-    EXPECT_EQ(
-        selectOne(singleTriangle(vec3(-3, 0.01f, 0), vec3(3, -0.01f, 0), vec3(3, 3, 0)), lasso),
-        (std::vector<int>{0}));
+    const vec3 a(-0.1f, -0.1f, 0), b(0.1f, -0.1f, 0), c(0, 0.1f, 0);
+    const struct {
+        Mesh mesh;
+        float threshold;
+        bool selected;
+    } cases[] = {
+        // Small and wholly inside, counter-clockwise seen from the camera; its back face goes
+        // at threshold 0 and stays at -2.
+        {singleTriangle(a, b, c), 0.0f, true},
+        {singleTriangle(a, c, b), 0.0f, false},
+        {singleTriangle(a, c, b), -2.0f, true},
+        // Huge round the lasso with its centroid outside: no; with the centroid inside: yes.
+        {singleTriangle(vec3(-30, -30, 0), vec3(90, -30, 0), vec3(-30, 30, 0)), 0.0f, false},
+        {singleTriangle(vec3(-30, -30, 0), vec3(60, -30, 0), vec3(-30, 60, 0)), 0.0f, true},
+        // Only an edge through the lasso.
+        {singleTriangle(vec3(-3, 0.01f, 0), vec3(3, -0.01f, 0), vec3(3, 3, 0)), 0.0f, true},
+        // One vertex behind the camera, though two lie inside the lasso.
+        {singleTriangle(a, b, vec3(0, 0, 6)), -2.0f, false},
+        // Zero area: a NaN facing value, which is not rejected.
+        {singleTriangle(vec3(0), vec3(0.1f, 0, 0), vec3(0.2f, 0, 0)), 0.9f, true},
+    };
+    for (const auto& one : cases) {
+        setFacing(one.threshold);
+        EXPECT_EQ(selectOne(one.mesh, lasso).size(), one.selected ? 1u : 0u)
+            << one.mesh.positions[0].x << " " << one.mesh.positions[2].z;
+    }
     // A two-vertex lasso selects what its segment crosses.
-    EXPECT_EQ(selectOne(small, {{300, 300}, {500, 300}}), (std::vector<int>{0}));
-    setFacing(-2.0f);
-    EXPECT_EQ(selectOne(back, lasso), (std::vector<int>{0}));
-    // One vertex behind the camera rules the triangle out, though two lie inside the lasso.
-    EXPECT_TRUE(
-        selectOne(singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(0, 0, 6)), lasso)
-            .empty());
-    // A zero-area triangle has a NaN facing value, which is not rejected.
-    setFacing(0.9f);
-    EXPECT_EQ(selectOne(singleTriangle(vec3(0), vec3(0.1f, 0, 0), vec3(0.2f, 0, 0)), lasso),
-              (std::vector<int>{0}));
+    setFacing(0.0f);
+    EXPECT_EQ(selectOne(singleTriangle(a, b, c), {{300, 300}, {500, 300}}).size(), 1u);
 
     // Seen straight on, facing is exactly 1: a threshold of 1 passes, the next float up not.
-    const Mesh m =
-        singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(-0.1f, 0.1f, 0));
+    const Mesh m = singleTriangle(a, b, vec3(-0.1f, 0.1f, 0));
     const vec3 g = (m.positions[0] + m.positions[1] + m.positions[2]) / 3.0f;
     Camera cam;
     cam.eye = vec3(g.x, g.y, 5.0f);
     cam.view = glm::lookAt(cam.eye, vec3(g.x, g.y, 0.0f), vec3(0, 1, 0));
     ASSERT_EQ(glm::dot(glm::normalize(cam.eye - g), vec3(0, 0, 1)), 1.0f);
     setFacing(1.0f);
-    EXPECT_EQ(selectOne(m, lasso, cam), (std::vector<int>{0}));
+    EXPECT_EQ(selectOne(m, lasso, cam).size(), 1u);
     setFacing(std::nextafter(1.0f, 2.0f));
     EXPECT_TRUE(selectOne(m, lasso, cam).empty());
 }
