@@ -134,18 +134,6 @@ TEST(Rings, SideOfThePlaneAndPlanesBehind) {
     EXPECT_FALSE(arc(o, away, 7.0f, 3.0f, 100.0f));
 }
 
-TEST(Rings, TorusMeasuresFromTheAxis) {
-    // An oblique ray hits the plane at (1, 1, 0): r = sqrt(2) from the axis.
-    const vec3 o(1, 1 - 5, 5), d(0, 1, -1);
-    float score = 0.0f;
-    ASSERT_TRUE(torus(o, d, std::sqrt(2.0f), 1e-5f, &score));
-    EXPECT_NEAR(score, 0.05f, 1e-5f);
-    // An axis of length 3 is normalised: the same answer.
-    float again = 0.0f;
-    ASSERT_TRUE(torus(o, d, std::sqrt(2.0f), 1e-5f, &again, vec3(0, 0, 3)));
-    EXPECT_FLOAT_EQ(again, score);
-}
-
 TEST(Rings, ArcAngles) {
     const vec3 down(0, 0, -1);
     // Exactly at the start direction: angle 0, a hit even for sweep 0.
