@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <random>
 
 using meshGeometry::isPointInPolygon;
@@ -15,8 +14,7 @@ namespace {
 
 const std::vector<vec2> kSquare{{0, 0}, {1, 0}, {1, 1}, {0, 1}};
 
-// Plain even-odd parity by counting edge crossings to the right, in double, for points well
-// away from every edge.
+// Plain even-odd parity in double, for points well away from every edge.
 bool parityOracle(const vec2& p, const std::vector<vec2>& poly) {
     bool inside = false;
     for (size_t i = 0, j = poly.size() - 1; i < poly.size(); j = i++) {
@@ -30,49 +28,43 @@ bool parityOracle(const vec2& p, const std::vector<vec2>& poly) {
 } // namespace
 
 TEST(PolygonPredicates, PointTestsAgreeWithParityAwayFromEdges) {
-    // A star: non-convex, self-crossing-free, both orientations.
     std::vector<vec2> star;
     for (int i = 0; i < 10; ++i) {
-        const float a = 0.6283185f * static_cast<float>(i);
-        const float r = i % 2 ? 40.0f : 100.0f;
+        const float a = 0.6283185f * static_cast<float>(i), r = i % 2 ? 40.0f : 100.0f;
         star.emplace_back(200.0f + r * std::cos(a), 150.0f + r * std::sin(a));
     }
-    std::vector<vec2> reversed(star.rbegin(), star.rend());
+    const std::vector<vec2> reversed(star.rbegin(), star.rend());
     std::mt19937 rng(4);
     std::uniform_real_distribution<float> x(80.0f, 320.0f), y(30.0f, 270.0f);
     for (int i = 0; i < 3000; ++i) {
         const vec2 p(x(rng), y(rng));
         const bool expected = parityOracle(p, star);
-        EXPECT_EQ(isPointInPolygon(p, star), expected) << p.x << "," << p.y;
-        EXPECT_EQ(isPointInPolygon(p, reversed), expected);
-        EXPECT_EQ(isPointInsidePolygon2D(p, star), expected);
+        ASSERT_EQ(isPointInPolygon(p, star), expected) << p.x << "," << p.y;
+        ASSERT_EQ(isPointInPolygon(p, reversed), expected);
+        ASSERT_EQ(isPointInsidePolygon2D(p, star), expected);
     }
 }
 
 TEST(PolygonPredicates, BoundaryAndDegenerateRules) {
     for (auto inside : {&isPointInPolygon, &isPointInsidePolygon2D}) {
-        // Left edge (interior on +x) is inside, right edge outside.
+        // Left edge (interior on +x) inside, right edge outside; the bottom edge's level counts
+        // as not above, the top edge's level is outside.
         EXPECT_TRUE(inside(vec2(0.0f, 0.5f), kSquare));
         EXPECT_FALSE(inside(vec2(1.0f, 0.5f), kSquare));
-        EXPECT_TRUE(inside(vec2(0.5f, 0.5f), kSquare));
-        // Bottom edge: y equal to the vertices counts as not above, so the level crosses the
-        // sides; top edge is level with the top vertices and the point is outside.
         EXPECT_TRUE(inside(vec2(0.5f, 0.0f), kSquare));
         EXPECT_FALSE(inside(vec2(0.5f, 1.0f), kSquare));
         // The diamond contains its centre, level with two vertices.
         EXPECT_TRUE(inside(vec2(0.0f, 0.0f), {{0, -1}, {1, 0}, {0, 1}, {-1, 0}}));
-        // One or two vertices contain nothing; nothing contains nothing.
+        // One or two vertices contain nothing; nothing contains nothing; NaN is outside.
         EXPECT_FALSE(inside(vec2(0.0f), {{0, 0}}));
         EXPECT_FALSE(inside(vec2(0.5f, 0.5f), {{0, 0}, {1, 1}}));
         EXPECT_FALSE(inside(vec2(0.0f), {}));
-        // NaN fails every comparison.
-        EXPECT_FALSE(inside(vec2(std::numeric_limits<float>::quiet_NaN()), kSquare));
+        EXPECT_FALSE(inside(vec2(NAN), kSquare));
     }
-    // The addends differ: 1e-5 against a tiny rise moves the crossing, 1e-10 barely does.
+    // The divisor addends differ: 1e-5 against a tiny rise moves the crossing, 1e-10 barely.
     const std::vector<vec2> sliver{{0.0f, 0.0f}, {1000.0f, 0.00002f}, {0.0f, 0.00004f}};
-    const vec2 p(400.0f, 0.00001f);
-    EXPECT_TRUE(isPointInPolygon(p, sliver));
-    EXPECT_FALSE(isPointInsidePolygon2D(p, sliver));
+    EXPECT_TRUE(isPointInPolygon(vec2(400.0f, 0.00001f), sliver));
+    EXPECT_FALSE(isPointInsidePolygon2D(vec2(400.0f, 0.00001f), sliver));
 }
 
 TEST(PolygonPredicates, CrossAndRectangles) {
@@ -81,22 +73,13 @@ TEST(PolygonPredicates, CrossAndRectangles) {
     EXPECT_EQ(cross2D(vec2(0), vec2(0, 1), vec2(1, 0)), -1.0f);
     EXPECT_EQ(cross2D(vec2(0), vec2(1, 1), vec2(3, 3)), 0.0f);
 
-    const ScreenRect a = computePolygonBounds(kSquare);
-    const ScreenRect b = calculatePolygonScreenAABB_2D({{5, -2}, {-1, 3}, {2, 7}});
-    EXPECT_EQ(a.minX, 0.0f);
-    EXPECT_EQ(a.maxY, 1.0f);
-    EXPECT_EQ(b.minX, -1.0f);
-    EXPECT_EQ(b.minY, -2.0f);
-    EXPECT_EQ(b.maxX, 5.0f);
-    EXPECT_EQ(b.maxY, 7.0f);
-    const ScreenRect none = computePolygonBounds({});
-    EXPECT_EQ(none.minX, 3.4028235e38f);
-    EXPECT_EQ(none.minY, 3.4028235e38f);
-    EXPECT_EQ(none.maxX, -3.4028235e38f);
-    EXPECT_EQ(none.maxY, -3.4028235e38f);
-    const ScreenRect zero = calculatePolygonScreenAABB_2D({});
-    EXPECT_EQ(zero.minX, 0.0f);
-    EXPECT_EQ(zero.maxY, 0.0f);
+    const auto corners = [](const ScreenRect& r) { return vec4(r.minX, r.minY, r.maxX, r.maxY); };
+    EXPECT_EQ(corners(computePolygonBounds({{5, -2}, {-1, 3}, {2, 7}})), vec4(-1, -2, 5, 7));
+    EXPECT_EQ(corners(calculatePolygonScreenAABB_2D({{5, -2}, {-1, 3}, {2, 7}})),
+              vec4(-1, -2, 5, 7));
+    EXPECT_EQ(corners(computePolygonBounds({})),
+              vec4(3.4028235e38f, 3.4028235e38f, -3.4028235e38f, -3.4028235e38f));
+    EXPECT_EQ(corners(calculatePolygonScreenAABB_2D({})), vec4(0.0f));
 
     // Only polygon vertices in the triangle's rectangle count, bounds included.
     EXPECT_TRUE(triangleAABBIntersectsPolygon(vec2(0), vec2(1, 0), vec2(0, 1), {{1, 1}, {5, 5}}));
@@ -104,7 +87,6 @@ TEST(PolygonPredicates, CrossAndRectangles) {
                                                {{-9, -9}, {9, -9}, {9, 9}, {-9, 9}}))
         << "wholly inside, no vertex in its rectangle";
     EXPECT_FALSE(triangleAABBIntersectsPolygon(vec2(0), vec2(1, 0), vec2(0, 1), {}));
-
     const AABB box(vec3(0), vec3(1));
     EXPECT_TRUE(aabbIntersectsPolygon(box, {{5, 5, 5}, {1, 1, 1}}));
     EXPECT_FALSE(aabbIntersectsPolygon(box, {{-1, 0.5f, 0.5f}, {2, 0.5f, 0.5f}}))
@@ -115,14 +97,12 @@ TEST(PolygonPredicates, CrossAndRectangles) {
 
 TEST(PolygonPredicates, SegmentCrossing) {
     EXPECT_TRUE(segmentCrossesPolygon(kSquare, vec2(-1, 0.5f), vec2(0.5f, 0.5f)));
-    EXPECT_TRUE(segmentCrossesPolygon(kSquare, vec2(-1, 0.5f), vec2(2, 0.5f)));
     EXPECT_FALSE(segmentCrossesPolygon(kSquare, vec2(0.2f, 0.2f), vec2(0.8f, 0.8f)));
     EXPECT_FALSE(segmentCrossesPolygon(kSquare, vec2(-1, -1), vec2(-2, 3)));
     EXPECT_FALSE(segmentCrossesPolygon({}, vec2(-1, 0.5f), vec2(2, 0.5f)));
     // Collinear overlap with an edge is no crossing; touching the end of an edge can be.
     EXPECT_FALSE(segmentCrossesPolygon({{0, 0}, {1, 0}}, vec2(-1, 0), vec2(2, 0)));
     EXPECT_TRUE(segmentCrossesPolygon(kSquare, vec2(-1, 0), vec2(2, 0)));
-    // A two-vertex polygon is a segment, crossed like any edge.
     EXPECT_TRUE(segmentCrossesPolygon({{0, -1}, {0, 1}}, vec2(-1, 0), vec2(1, 0)));
     // Touching with an end point depends on the orientation.
     const std::vector<vec2> wedge{{0, -1}, {0, 1}, {-5, 0}};
@@ -130,14 +110,15 @@ TEST(PolygonPredicates, SegmentCrossing) {
     EXPECT_TRUE(segmentCrossesPolygon(wedge, vec2(0, 0), vec2(-1, 0.5f)));
 }
 
-// The split form used for many segments with shared end points gives the same answers,
-// including for polygons of more than 64 vertices and for segments touching vertices.
+// The split form used for many segments with shared end points gives the same answers, for
+// polygons of one side word and more, and for segments touching vertices.
 TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
     std::mt19937 rng(12);
     std::uniform_real_distribution<float> coord(0.0f, 100.0f);
-    for (size_t n : {1u, 2u, 3u, 17u, 64u, 65u, 150u, 256u}) {
+    for (size_t n : {1u, 2u, 3u, 64u, 65u, 256u}) {
         std::vector<vec2> polygon;
         for (size_t i = 0; i < n; ++i) polygon.emplace_back(coord(rng), coord(rng));
+        const octree_detail::LassoSides sides(polygon);
         for (int trial = 0; trial < 400; ++trial) {
             // Some ends on polygon vertices, some on a shared grid, most anywhere.
             const auto pick = [&](int k) {
@@ -146,11 +127,10 @@ TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
                 return vec2(coord(rng), coord(rng));
             };
             const vec2 a = pick(trial), b = pick(trial / 3);
-            const octree_detail::LassoSides sides(polygon);
             uint64_t sa[octree_detail::kMaxSideWords], sb[octree_detail::kMaxSideWords];
             sides.of(a, sa);
             sides.of(b, sb);
-            EXPECT_EQ(sides.crosses(a, b, sa, sb), segmentCrossesPolygon(polygon, a, b))
+            ASSERT_EQ(sides.crosses(a, b, sa, sb), segmentCrossesPolygon(polygon, a, b))
                 << n << " vertices, trial " << trial;
         }
     }

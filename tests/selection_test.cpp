@@ -8,9 +8,10 @@
 #include <halvane.h>
 
 #include <cmath>
-#include <limits>
+#include <random>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include <glm/gtc/matrix_transform.hpp>
 
@@ -27,49 +28,40 @@ struct Camera {
     mat4 projection = glm::perspective(glm::radians(60.0f), 4.0f / 3.0f, 0.1f, 10000.0f);
 };
 
-// Owns "dot_normal" in the host registry for one test and puts back what was there.
+// Registers "dot_normal" in the host registry for one test, at 0 unless the test changes it.
 class Selection : public ::testing::Test {
   protected:
-    void SetUp() override {
-        auto& registry = GetVarRegistry();
-        const auto it = registry.find("dot_normal");
-        if (it != registry.end()) saved_ = it->second, hadSaved_ = true;
-        setFacing(0.0f);
-    }
-    void TearDown() override {
-        auto& registry = GetVarRegistry();
-        registry.erase("dot_normal");
-        if (hadSaved_) registry["dot_normal"] = saved_;
-    }
+    void SetUp() override { setFacing(0.0f); }
+    void TearDown() override { GetVarRegistry().erase("dot_normal"); }
     void setFacing(float t) {
         facing_ = t;
         GetVarRegistry()["dot_normal"] = RegisteredVar{&facing_};
     }
-    static void forgetFacing() { GetVarRegistry().erase("dot_normal"); }
 
-    std::vector<int> select(const OctreeNode* root, const Mesh& m, const std::vector<vec2>& polygon,
-                            const Camera& cam = Camera(), float margin = 0.0f,
-                            const mat4& model = mat4(1.0f), std::vector<int> result = {}) {
+    static std::vector<int> select(const OctreeNode* root, const Mesh& m,
+                                   const std::vector<vec2>& polygon, const Camera& cam = Camera(),
+                                   float margin = 0.0f, const mat4& model = mat4(1.0f),
+                                   std::vector<int> result = {}) {
         meshGeometry::findTrianglesInOctreeInPolygonCompact(
             const_cast<OctreeNode*>(root), polygon, ScreenRect(1, 2, 3, 4), model, m.vertices,
             m.indices, result, cam.view, cam.projection, kWidth, kHeight, cam.eye, cam.forward,
             margin);
         return result;
     }
+    static std::vector<int> selectOne(const Mesh& m, const std::vector<vec2>& polygon,
+                                      const Camera& cam = Camera(), float margin = 0.0f) {
+        return select(buildTree(m).get(), m, polygon, cam, margin);
+    }
 
     float facing_ = 0.0f;
-
-  private:
-    RegisteredVar saved_{};
-    bool hadSaved_ = false;
 };
 
-// The selection rules written out plainly, triangle by triangle in tree order.
+// The selection rules written plainly, triangle by triangle in tree order.
 std::vector<int> oracle(const OctreeNode* root, const Mesh& m, const std::vector<vec2>& polygon,
-                        const Camera& cam, float margin, const mat4& model, float threshold) {
+                        const mat4& model, float threshold) {
+    const Camera cam;
     const mat4 vp = cam.projection * cam.view;
     const ScreenRect r = meshGeometry::computePolygonBounds(polygon);
-    const float limit = std::max(2000.0f, 2.0f * margin + 100.0f) + margin;
     const auto inPolygon = [&](const vec2& p) {
         return p.x >= r.minX && p.x <= r.maxX && p.y >= r.minY && p.y <= r.maxY &&
                meshGeometry::isPointInPolygon(p, polygon);
@@ -79,7 +71,7 @@ std::vector<int> oracle(const OctreeNode* root, const Mesh& m, const std::vector
         if (t < 0 || 3 * static_cast<size_t>(t) + 2 >= m.indices.size()) continue;
         vec3 w[3];
         vec2 s[3];
-        bool behind = false;
+        bool behind = false, tooFar = false;
         for (int k = 0; k < 3; ++k) {
             w[k] = vec3(model * vec4(m.vertices[m.indices[3 * t + k]].position, 1.0f));
             const vec4 c = vp * vec4(w[k], 1.0f);
@@ -87,184 +79,163 @@ std::vector<int> oracle(const OctreeNode* root, const Mesh& m, const std::vector
             s[k] = vec2((c.x / c.w * 0.5f + 0.5f) * kWidth,
                         (1.0f - (c.y / c.w * 0.5f + 0.5f)) * kHeight);
         }
-        if (behind) continue;
-        const vec2 sc = (s[0] + s[1] + s[2]) / 3.0f;
         const vec3 g = (w[0] + w[1] + w[2]) / 3.0f;
-        if (!(inPolygon(s[0]) || inPolygon(s[1]) || inPolygon(s[2]) || inPolygon(sc) ||
-              octree_detail::segmentCrossesPolygon(polygon, s[0], s[1]) ||
-              octree_detail::segmentCrossesPolygon(polygon, s[1], s[2]) ||
-              octree_detail::segmentCrossesPolygon(polygon, s[2], s[0])))
-            continue;
-        bool tooFar = false;
         for (const vec3& p : {w[0], w[1], w[2], g})
-            tooFar = tooFar || glm::dot(p - cam.eye, cam.forward) > limit;
-        if (tooFar) continue;
+            tooFar = tooFar || glm::dot(p - cam.eye, cam.forward) > 2000.0f;
+        if (behind || tooFar) continue;
+        bool overlaps = inPolygon(s[0]) || inPolygon(s[1]) || inPolygon(s[2]) ||
+                        inPolygon((s[0] + s[1] + s[2]) / 3.0f);
+        for (int k = 0; k < 3; ++k)
+            overlaps =
+                overlaps || octree_detail::segmentCrossesPolygon(polygon, s[k], s[(k + 1) % 3]);
         const vec3 n = glm::normalize(glm::cross(w[1] - w[0], w[2] - w[0]));
-        const vec3 v = glm::normalize(cam.eye - g);
-        if (threshold > glm::dot(v, n)) continue;
-        out.push_back(t);
+        if (overlaps && !(threshold > glm::dot(glm::normalize(cam.eye - g), n))) out.push_back(t);
     }
     return out;
 }
 
-std::vector<vec2> starLasso(vec2 centre, float outer, float inner) {
-    std::vector<vec2> star;
-    for (int i = 0; i < 14; ++i) {
-        const float a = 0.4487989f * static_cast<float>(i);
-        const float r = i % 2 ? inner : outer;
-        star.emplace_back(centre.x + r * std::cos(a), centre.y + r * std::sin(a));
+// A lasso of `points` vertices round the screen centre, wavy enough to be far from convex.
+std::vector<vec2> wavyLasso(int points, float radius, float wave, int waves) {
+    std::vector<vec2> lasso;
+    for (int i = 0; i < points; ++i) {
+        const float a = 6.2831853f * static_cast<float>(i) / static_cast<float>(points);
+        const float r = radius + wave * std::cos(static_cast<float>(waves) * a);
+        lasso.emplace_back(400.0f + r * std::cos(a), 300.0f + 0.8f * r * std::sin(a));
     }
-    return star;
+    return lasso;
 }
 
 Mesh singleTriangle(const vec3& a, const vec3& b, const vec3& c) {
     Mesh m;
-    m.add(a);
-    m.add(b);
-    m.add(c);
+    for (const vec3& p : {a, b, c}) m.add(p);
     m.indices = {0, 1, 2};
     return m;
 }
 
 } // namespace
 
-TEST_F(Selection, MatchesThePlainRulesOnRealMeshes) {
+TEST_F(Selection, MatchesThePlainRulesOnRealMeshesAndLassosOfEverySize) {
     const mat4 model =
         glm::rotate(glm::translate(mat4(1.0f), vec3(0.2f, -0.1f, 0.3f)), 0.5f, vec3(0, 1, 0));
-    const std::vector<std::vector<vec2>> lassos{starLasso(vec2(400, 300), 220, 90),
-                                                starLasso(vec2(250, 200), 120, 30),
+    // A star, a two-vertex lasso, triangles cutting through the bunny; then lassos of one word
+    // of edge sides, several, and more than the split test handles.
+    const std::vector<std::vector<vec2>> lassos{wavyLasso(14, 150, 70, 7),
                                                 {{100, 300}, {700, 310}},
-                                                {{390, 290}, {410, 290}, {400, 310}}};
-    for (const Mesh& m : {loadBunny(), uvSphere(40, 20, 1.2f), randomSoup(2000, 3.0f, 81)}) {
-        const Tree tree = buildTree(m);
+                                                {{390, 290}, {410, 290}, {400, 310}},
+                                                {{400, 250}, {440, 330}, {380, 320}},
+                                                wavyLasso(40, 120, 80, 7),
+                                                wavyLasso(100, 120, 80, 7),
+                                                wavyLasso(300, 120, 80, 7)};
+    // A soup whose triangles use far-apart vertex numbers, with a tree that also holds numbers
+    // of no triangle, and the same tree given too short an index array.
+    Mesh scattered = testmesh::randomSoup(5000, 3.0f, 83), shortened;
+    std::mt19937 rng(5);
+    for (unsigned int& index : scattered.indices)
+        if (rng() % 3 == 0) index = static_cast<unsigned int>(rng() % scattered.vertices.size());
+    shortened = scattered;
+    shortened.indices.resize(scattered.indices.size() / 2 + 1);
+    std::vector<int> list = scattered.allTriangles();
+    list.insert(list.begin() + 100, {-1, 1 << 30});
+    const Tree withBad(
+        buildOctreeFromTriangleIndices(scattered.positions, scattered.indices, list, 0));
+    const Tree bunnyTree = buildTree(testmesh::bunny());
+    // The bunny with the small lassos (the large ones take it whole), the soups with all.
+    const std::tuple<const OctreeNode*, const Mesh*, size_t> cases[] = {
+        {bunnyTree.get(), &testmesh::bunny(), 4},
+        {withBad.get(), &scattered, lassos.size()},
+        {withBad.get(), &shortened, lassos.size()}};
+    for (const auto& [tree, m, lassoCount] : cases)
         for (float threshold : {-2.0f, 0.0f, 0.6f}) {
             setFacing(threshold);
-            for (const auto& lasso : lassos) {
-                const std::vector<int> got = select(tree.get(), m, lasso, Camera(), 0.0f, model);
-                EXPECT_EQ(got, oracle(tree.get(), m, lasso, Camera(), 0.0f, model, threshold));
+            for (size_t l = 0; l < lassoCount; ++l) {
+                const std::vector<int> expected = oracle(tree, *m, lassos[l], model, threshold);
+                // Appended to what the list held.
+                std::vector<int> got = select(tree, *m, lassos[l], Camera(), 0.0f, model, {-3});
+                ASSERT_EQ(got.front(), -3);
+                EXPECT_EQ(std::vector<int>(got.begin() + 1, got.end()), expected)
+                    << lassos[l].size() << " lasso points, threshold " << threshold;
+                if (lassos[l].size() > 3) {
+                    EXPECT_GT(expected.size(), 10u);
+                }
             }
         }
-        // Wider lassos and looser thresholds select more.
-        setFacing(-2.0f);
-        const size_t all = select(tree.get(), m, lassos[0]).size();
-        setFacing(0.0f);
-        const size_t front = select(tree.get(), m, lassos[0]).size();
-        EXPECT_GT(all, front);
-        EXPECT_GT(front, 0u);
-    }
 }
 
-// Lassos of every size class (one word of edge sides, several, and more than the split test
-// handles), a mesh whose triangles use far-apart vertex numbers, and a model matrix.
-TEST_F(Selection, LassoSizesAndScatteredVerticesMatchThePlainRules) {
-    Mesh m = randomSoup(20000, 3.0f, 83);
-    std::mt19937 rng(5);
-    for (unsigned int& index : m.indices)
-        if (rng() % 3 == 0) index = static_cast<unsigned int>(rng() % m.vertices.size());
-    const Tree tree = buildTree(m);
-    const mat4 model = glm::rotate(mat4(1.0f), 0.4f, vec3(0.3f, 1, 0));
-    setFacing(-0.2f);
-    for (int points : {5, 40, 100, 300}) {
-        std::vector<vec2> lasso;
-        for (int i = 0; i < points; ++i) {
-            const float a = 6.2831853f * static_cast<float>(i) / static_cast<float>(points);
-            const float r = 120.0f + 80.0f * std::sin(7.0f * a);
-            lasso.emplace_back(400.0f + r * std::cos(a), 300.0f + 0.8f * r * std::sin(a));
-        }
-        const std::vector<int> expected =
-            oracle(tree.get(), m, lasso, Camera(), 0.0f, model, -0.2f);
-        ASSERT_GT(expected.size(), 100u);
-        EXPECT_EQ(select(tree.get(), m, lasso, Camera(), 0.0f, model), expected)
-            << points << " lasso points";
-    }
-}
-
-TEST_F(Selection, OverlapCases) {
-    // Far side of the screen from the lasso: nothing.
+TEST_F(Selection, OverlapAndFacingCases) {
     const std::vector<vec2> lasso{{350, 250}, {450, 250}, {450, 350}, {350, 350}};
-    // A small triangle wholly inside the lasso (counter-clockwise seen from the camera).
-    const Mesh small =
-        singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(0, 0.1f, 0));
-    EXPECT_EQ(select(buildTree(small).get(), small, lasso), (std::vector<int>{0}));
-    // Its back face is rejected at threshold 0, kept at -2.
-    const Mesh back = singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0, 0.1f, 0), vec3(0.1f, -0.1f, 0));
-    EXPECT_TRUE(select(buildTree(back).get(), back, lasso).empty());
-    setFacing(-2.0f);
-    EXPECT_EQ(select(buildTree(back).get(), back, lasso), (std::vector<int>{0}));
-    setFacing(0.0f);
-    // A huge triangle around the lasso with its centroid outside: not selected. Moved so the
-    // centroid lies inside: selected.
-    const Mesh huge = singleTriangle(vec3(-30, -30, 0), vec3(90, -30, 0), vec3(-30, 30, 0));
-    EXPECT_TRUE(select(buildTree(huge).get(), huge, lasso).empty());
-    const Mesh centred = singleTriangle(vec3(-30, -30, 0), vec3(60, -30, 0), vec3(-30, 60, 0));
-    EXPECT_EQ(select(buildTree(centred).get(), centred, lasso), (std::vector<int>{0}));
-    // Only an edge passing through the lasso.
-    const Mesh sliver = singleTriangle(vec3(-3, 0.01f, 0), vec3(3, -0.01f, 0), vec3(3, 3, 0));
-    EXPECT_EQ(select(buildTree(sliver).get(), sliver, lasso), (std::vector<int>{0}));
+    const vec3 a(-0.1f, -0.1f, 0), b(0.1f, -0.1f, 0), c(0, 0.1f, 0);
+    const struct {
+        Mesh mesh;
+        float threshold;
+        bool selected;
+    } cases[] = {
+        // Small and wholly inside, counter-clockwise seen from the camera; its back face goes
+        // at threshold 0 and stays at -2.
+        {singleTriangle(a, b, c), 0.0f, true},
+        {singleTriangle(a, c, b), 0.0f, false},
+        {singleTriangle(a, c, b), -2.0f, true},
+        // Huge round the lasso with its centroid outside: no; with the centroid inside: yes.
+        {singleTriangle(vec3(-30, -30, 0), vec3(90, -30, 0), vec3(-30, 30, 0)), 0.0f, false},
+        {singleTriangle(vec3(-30, -30, 0), vec3(60, -30, 0), vec3(-30, 60, 0)), 0.0f, true},
+        // Only an edge through the lasso.
+        {singleTriangle(vec3(-3, 0.01f, 0), vec3(3, -0.01f, 0), vec3(3, 3, 0)), 0.0f, true},
+        // One vertex behind the camera, though two lie inside the lasso.
+        {singleTriangle(a, b, vec3(0, 0, 6)), -2.0f, false},
+        // Zero area: a NaN facing value, which is not rejected.
+        {singleTriangle(vec3(0), vec3(0.1f, 0, 0), vec3(0.2f, 0, 0)), 0.9f, true},
+    };
+    for (const auto& one : cases) {
+        setFacing(one.threshold);
+        EXPECT_EQ(selectOne(one.mesh, lasso).size(), one.selected ? 1u : 0u)
+            << one.mesh.positions[0].x << " " << one.mesh.positions[2].z;
+    }
     // A two-vertex lasso selects what its segment crosses.
-    EXPECT_EQ(select(buildTree(small).get(), small, {{300, 300}, {500, 300}}),
-              (std::vector<int>{0}));
-    // One vertex behind the camera rules the triangle out, though two lie inside the lasso.
-    const Mesh behind = singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(0, 0, 6));
-    setFacing(-2.0f);
-    EXPECT_TRUE(select(buildTree(behind).get(), behind, lasso).empty());
-    // A zero-area triangle has a NaN facing value, which is not rejected.
-    setFacing(0.9f);
-    const Mesh flat = singleTriangle(vec3(0), vec3(0.1f, 0, 0), vec3(0.2f, 0, 0));
-    EXPECT_EQ(select(buildTree(flat).get(), flat, lasso), (std::vector<int>{0}));
-}
+    setFacing(0.0f);
+    EXPECT_EQ(selectOne(singleTriangle(a, b, c), {{300, 300}, {500, 300}}).size(), 1u);
 
-TEST_F(Selection, FacingValueEqualToTheThresholdPasses) {
-    // Seen straight on, facing is exactly 1.
-    const Mesh m =
-        singleTriangle(vec3(-0.1f, -0.1f, 0), vec3(0.1f, -0.1f, 0), vec3(-0.1f, 0.1f, 0));
+    // Seen straight on, facing is exactly 1: a threshold of 1 passes, the next float up not.
+    const Mesh m = singleTriangle(a, b, vec3(-0.1f, 0.1f, 0));
     const vec3 g = (m.positions[0] + m.positions[1] + m.positions[2]) / 3.0f;
     Camera cam;
     cam.eye = vec3(g.x, g.y, 5.0f);
     cam.view = glm::lookAt(cam.eye, vec3(g.x, g.y, 0.0f), vec3(0, 1, 0));
-    const float f = glm::dot(glm::normalize(cam.eye - g), vec3(0, 0, 1));
-    ASSERT_EQ(f, 1.0f);
-    const std::vector<vec2> lasso{{300, 200}, {500, 200}, {500, 400}, {300, 400}};
+    ASSERT_EQ(glm::dot(glm::normalize(cam.eye - g), vec3(0, 0, 1)), 1.0f);
     setFacing(1.0f);
-    EXPECT_EQ(select(buildTree(m).get(), m, lasso, cam), (std::vector<int>{0}));
+    EXPECT_EQ(selectOne(m, lasso, cam).size(), 1u);
     setFacing(std::nextafter(1.0f, 2.0f));
-    EXPECT_TRUE(select(buildTree(m).get(), m, lasso, cam).empty());
+    EXPECT_TRUE(selectOne(m, lasso, cam).empty());
 }
 
 TEST_F(Selection, DepthLimitCountsEveryVertexAndTheCentroid) {
-    // Triangles straight ahead at growing depths, each spanning the centre pixel.
+    // Triangles straight ahead at growing depths, each over the centre pixel.
     const auto at = [](float depth) {
-        const float s = depth * 0.05f;
-        return singleTriangle(vec3(-s, -s, 5 - depth), vec3(s, -s, 5 - depth),
-                              vec3(0, s, 5 - depth));
+        const float s = depth * 0.05f, z = 5 - depth;
+        return singleTriangle(vec3(-s, -s, z), vec3(s, -s, z), vec3(0, s, z));
     };
     const std::vector<vec2> lasso{{390, 290}, {410, 290}, {410, 310}, {390, 310}};
-    const auto selected = [&](const Mesh& m, float margin) {
-        return !select(buildTree(m).get(), m, lasso, Camera(), margin).empty();
-    };
-    EXPECT_TRUE(selected(at(1999.0f), 0.0f));
-    EXPECT_FALSE(selected(at(2001.0f), 0.0f));
-    EXPECT_TRUE(selected(at(2949.0f), 950.0f));
-    EXPECT_FALSE(selected(at(2951.0f), 950.0f));
-    EXPECT_TRUE(selected(at(3099.0f), 1000.0f));
-    EXPECT_FALSE(selected(at(3101.0f), 1000.0f));
+    // Limit max(2000, 2 margin + 100) + margin: 2000, 2950, 3100.
+    for (const auto& [margin, limit] :
+         {std::pair(0.0f, 2000.0f), std::pair(950.0f, 2950.0f), std::pair(1000.0f, 3100.0f)}) {
+        EXPECT_EQ(selectOne(at(limit - 1.0f), lasso, Camera(), margin).size(), 1u) << margin;
+        EXPECT_TRUE(selectOne(at(limit + 1.0f), lasso, Camera(), margin).empty()) << margin;
+    }
     // One vertex tilted beyond the limit rejects the whole triangle.
     Mesh tilted = at(1990.0f);
     tilted.vertices[2].position.z -= 20.0f;
-    EXPECT_FALSE(selected(tilted, 0.0f));
+    EXPECT_TRUE(selectOne(tilted, lasso).empty());
     // Depth is measured along the forward vector as given, not normalised.
     Camera stretched;
     stretched.forward = vec3(0, 0, -2);
-    EXPECT_FALSE(!select(buildTree(at(1100.0f)).get(), at(1100.0f), lasso, stretched).empty());
+    EXPECT_TRUE(selectOne(at(1100.0f), lasso, stretched).empty());
 }
 
 TEST_F(Selection, MissingFacingVariableOnlyWhenATriangleReachesIt) {
-    const Mesh m = uvSphere(16, 8, 1.0f);
+    const Mesh m = testmesh::randomSoup(300, 2.0f, 33);
     const Tree tree = buildTree(m);
-    forgetFacing();
-    const std::vector<vec2> lasso = starLasso(vec2(400, 300), 200, 80);
-    // Nothing reaches the facing test: empty lasso, lasso beside the mesh, mesh behind the
-    // camera, mesh beyond the depth limit.
+    GetVarRegistry().erase("dot_normal");
+    const std::vector<vec2> lasso = wavyLasso(14, 140, 60, 7);
+    // Nothing reaches the facing test: an empty lasso, a lasso beside the mesh, the mesh
+    // behind the camera or beyond the depth limit, no tree.
     EXPECT_TRUE(select(tree.get(), m, {}).empty());
     EXPECT_TRUE(select(tree.get(), m, {{0, 0}, {20, 0}, {20, 20}}).empty());
     const mat4 behind = glm::translate(mat4(1.0f), vec3(0, 0, 10));
@@ -276,10 +247,10 @@ TEST_F(Selection, MissingFacingVariableOnlyWhenATriangleReachesIt) {
     // A candidate reaches it: the error, and the caller's list as it was.
     std::vector<int> result{7, 8};
     try {
+        const Camera cam;
         meshGeometry::findTrianglesInOctreeInPolygonCompact(
-            tree.get(), lasso, ScreenRect(), mat4(1.0f), m.vertices, m.indices, result,
-            Camera().view, Camera().projection, kWidth, kHeight, Camera().eye, Camera().forward,
-            0.0f);
+            tree.get(), lasso, ScreenRect(), mat4(1.0f), m.vertices, m.indices, result, cam.view,
+            cam.projection, kWidth, kHeight, cam.eye, cam.forward, 0.0f);
         FAIL() << "expected the missing variable to be reported";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "Variable not found: dot_normal");
@@ -290,47 +261,16 @@ TEST_F(Selection, MissingFacingVariableOnlyWhenATriangleReachesIt) {
     EXPECT_THROW(select(tree.get(), m, lasso), std::runtime_error);
 }
 
-TEST_F(Selection, AppendsAndSkipsBadNumbers) {
-    const Mesh m = uvSphere(24, 12, 1.0f);
-    const Tree tree = buildTree(m);
-    const std::vector<vec2> lasso = starLasso(vec2(400, 300), 250, 100);
-    const std::vector<int> once = select(tree.get(), m, lasso);
-    const std::vector<int> appended =
-        select(tree.get(), m, lasso, Camera(), 0.0f, mat4(1.0f), {-3});
-    ASSERT_EQ(appended.size(), once.size() + 1);
-    EXPECT_EQ(appended[0], -3);
-    EXPECT_TRUE(std::equal(once.begin(), once.end(), appended.begin() + 1));
-    // Numbers past a shortened index array, and a tree holding invalid numbers, are passed
-    // over without a report.
-    Mesh shortened = m;
-    shortened.indices.resize(m.indices.size() / 2 + 1);
-    const std::vector<int> fewer = select(tree.get(), shortened, lasso);
-    for (int t : fewer) EXPECT_LT(3 * t + 2, static_cast<int>(shortened.indices.size()));
-    std::vector<int> list = m.allTriangles();
-    list.insert(list.end(), {-1, 1 << 30});
-    Tree withBad(buildOctreeFromTriangleIndices(m.positions, m.indices, list, 0));
-    std::vector<int> a = select(withBad.get(), m, lasso), b = once;
-    std::sort(a.begin(), a.end());
-    std::sort(b.begin(), b.end());
-    EXPECT_EQ(a, b);
-}
-
 // Lasso selections from several threads on one tree; the registry is left alone meanwhile.
 TEST_F(Selection, ConcurrentSelectionsOnOneTreeAgree) {
-    const Mesh& m = loadBunny();
+    const Mesh& m = testmesh::bunny();
     const Tree tree = buildTree(m);
-    const std::vector<vec2> lasso = starLasso(vec2(400, 300), 250, 120);
+    const std::vector<vec2> lasso = wavyLasso(14, 180, 60, 7);
     const std::vector<int> alone = select(tree.get(), m, lasso);
     ASSERT_FALSE(alone.empty());
     std::vector<std::vector<int>> results(4);
     std::vector<std::thread> threads;
-    for (auto& r : results)
-        threads.emplace_back([&] {
-            meshGeometry::findTrianglesInOctreeInPolygonCompact(
-                tree.get(), lasso, ScreenRect(), mat4(1.0f), m.vertices, m.indices, r,
-                Camera().view, Camera().projection, kWidth, kHeight, Camera().eye, Camera().forward,
-                0.0f);
-        });
+    for (auto& r : results) threads.emplace_back([&] { r = select(tree.get(), m, lasso); });
     for (std::thread& t : threads) t.join();
     for (const auto& r : results) EXPECT_EQ(r, alone);
 }

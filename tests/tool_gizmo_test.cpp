@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
+#include <string>
 
 TEST(ToolGizmo, CubeAtTheCentreRingOnItsCircle) {
     const ToolRun run = runTool("gizmo");
@@ -38,16 +39,15 @@ TEST(ToolGizmo, BadInputIsOneLineAndExitCodeTwo) {
 }
 
 TEST(ToolPickBvh, SameAnswerAsTheBruteForcePick) {
-    for (const char* pixel : {"400,300", "380,260", "450,330", "0,0"}) {
-        const std::string args = std::string(" --json --pixel ") + pixel;
-        EXPECT_EQ(runTool("pick --bvh" + args).out, runTool("pick" + args).out) << pixel;
-    }
-    if (!std::ifstream(KORVEX_BUNNY_PATH)) GTEST_SKIP() << "bunny mesh not installed";
-    const std::string bunny = std::string(" ") + KORVEX_BUNNY_PATH + " --json --pixel ";
-    for (const char* pixel : {"400,300", "380,300", "400,320"}) {
-        const ToolRun viaBvh = runTool("pick --bvh" + bunny + pixel);
+    // A hit and a miss on the built-in sphere (the bunny is checked in the BVH tests).
+    for (const std::string args : {"--json --pixel 380,260", "--json --pixel 0,0"}) {
+        const ToolRun viaBvh = runTool("pick --bvh " + args);
         ASSERT_EQ(viaBvh.exitCode, 0) << viaBvh.err;
-        EXPECT_EQ(viaBvh.out.rfind("{\"hit\":true", 0), 0u) << viaBvh.out;
-        EXPECT_EQ(viaBvh.out, runTool("pick" + bunny + pixel).out) << pixel;
+        EXPECT_EQ(viaBvh.out.rfind(args.find("0,0") == std::string::npos ? "{\"hit\":true"
+                                                                         : "{\"hit\":false",
+                                   0),
+                  0u)
+            << viaBvh.out;
+        EXPECT_EQ(viaBvh.out, runTool("pick " + args).out) << args;
     }
 }
