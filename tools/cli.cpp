@@ -21,11 +21,11 @@ Args::Args(const std::vector<std::string>& argv, const std::vector<OptionSpec>& 
             inlineValue = word.substr(eq + 1);
             hasInline = true;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* option = nullptr;
         for (const OptionSpec& o : options)
-            if (o.name == name) spec = &o;
-        if (!spec) throw UsageError("unknown option " + name + " (see --help)");
-        if (!spec->takesValue) {
+            if (o.name == name) option = &o;
+        if (!option) throw UsageError("unknown option " + name + " (see --help)");
+        if (!option->takesValue) {
             if (hasInline) throw UsageError("option " + name + " takes no value");
             values_[name] = "";
         } else if (hasInline) {
