@@ -1,5 +1,7 @@
 #include <korvex/carve.h>
 
+#include "text/ring_cleanup.h"
+
 #include <cmath>
 
 namespace {
@@ -64,16 +66,6 @@ void earClipRings(const std::vector<std::vector<vec2>>& contours, std::vector<ve
     }
 }
 
-kvx::nsVertex slabVertex(const vec3& position, const vec3& normal) {
-    kvx::nsVertex v;
-    v.position = position;
-    v.normal = normal;
-    v.tangent = vec3(0.0f);
-    v.bitangent = vec3(0.0f);
-    v.uv = vec2(0.0f, 0.0f);
-    return v;
-}
-
 } // namespace
 
 void GenerateEngravedMeshFromContours(const std::vector<std::vector<vec2>>& contours,
@@ -96,9 +88,10 @@ void GenerateEngravedMeshFromContours(const std::vector<std::vector<vec2>>& cont
     vertices.reserve(2 * size_t(n) + 4 * edges);
     indices.reserve(2 * triangles.size() + 6 * edges);
 
-    for (const vec2& p : points) vertices.push_back(slabVertex(onPlane(p), normal));
+    for (const vec2& p : points) vertices.push_back(textgeom::solidVertex(onPlane(p), normal));
     indices.insert(indices.end(), triangles.begin(), triangles.end());
-    for (const vec2& p : points) vertices.push_back(slabVertex(onPlane(p) - behind, -normal));
+    for (const vec2& p : points)
+        vertices.push_back(textgeom::solidVertex(onPlane(p) - behind, -normal));
     for (size_t k = 0; k + 2 < triangles.size(); k += 3)
         indices.insert(indices.end(),
                        {triangles[k] + n, triangles[k + 2] + n, triangles[k + 1] + n});
@@ -118,10 +111,10 @@ void GenerateEngravedMeshFromContours(const std::vector<std::vector<vec2>>& cont
             // of its own: its (flat, invisible) quad gets a zero normal.
             const vec3 wallNormal = length > 0.0f ? w * (1.0f / length) : vec3(0.0f);
             const unsigned i0 = unsigned(vertices.size());
-            vertices.push_back(slabVertex(a, wallNormal));
-            vertices.push_back(slabVertex(b, wallNormal));
-            vertices.push_back(slabVertex(b2, wallNormal));
-            vertices.push_back(slabVertex(a2, wallNormal));
+            vertices.push_back(textgeom::solidVertex(a, wallNormal));
+            vertices.push_back(textgeom::solidVertex(b, wallNormal));
+            vertices.push_back(textgeom::solidVertex(b2, wallNormal));
+            vertices.push_back(textgeom::solidVertex(a2, wallNormal));
             indices.insert(indices.end(), {i0, i0 + 1, i0 + 2, i0, i0 + 2, i0 + 3});
         }
     }

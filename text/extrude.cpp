@@ -1,23 +1,8 @@
 #include <korvex/extrude.h>
 
+#include "text/ring_cleanup.h"
 #include "text/ring_union.h"
 #include "text/triangulate.h"
-
-namespace {
-
-// A vertex with every field the extrusion defines; the tangent frame is not
-// computed and is left at zero rather than undefined.
-kvx::nsVertex capVertex(const vec3& position, const vec3& normal) {
-    kvx::nsVertex v;
-    v.position = position;
-    v.normal = normal;
-    v.tangent = vec3(0.0f);
-    v.bitangent = vec3(0.0f);
-    v.uv = vec2(0.0f, 0.0f);
-    return v;
-}
-
-} // namespace
 
 void extrudeWithContours(const std::vector<std::vector<vec2>>& contours, float depth, float shiftX,
                          float shiftY, std::vector<kvx::nsVertex>& vertices,
@@ -64,7 +49,7 @@ void extrudeWithContours(const std::vector<std::vector<vec2>>& contours, float d
                 const float x = shiftX + p.x;
                 const float y = shiftY + p.y;
                 const float z = height(x, y);
-                vertices.push_back(capVertex(vec3(x, y, z), front));
+                vertices.push_back(textgeom::solidVertex(vec3(x, y, z), front));
             }
         }
         // Back vertices: copies, `depth` lower, facing the other way.

@@ -1,14 +1,8 @@
 #include <korvex/extrude.h>
 
-namespace {
+#include "text/ring_cleanup.h"
 
-inline float distanceSq(const vec2& a, const vec2& b) {
-    const float dx = b.x - a.x;
-    const float dy = b.y - a.y;
-    return dx * dx + dy * dy;
-}
-
-} // namespace
+using textgeom::distanceSq;
 
 void normalizeRing(std::vector<vec2>& ring, float limit) {
     const float limitSq = limit * limit;

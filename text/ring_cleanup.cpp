@@ -3,16 +3,6 @@
 #include <cmath>
 #include <limits>
 
-namespace {
-
-inline float distanceSq(const vec2& a, const vec2& b) {
-    const float dx = b.x - a.x;
-    const float dy = b.y - a.y;
-    return dx * dx + dy * dy;
-}
-
-} // namespace
-
 namespace textgeom {
 
 double ringSignedArea2(const std::vector<vec2>& ring) {

@@ -9,6 +9,23 @@
 
 namespace textgeom {
 
+// Squared distance, in single precision as the clean-up limits are given.
+inline float distanceSq(const vec2& a, const vec2& b) {
+    const float dx = b.x - a.x;
+    const float dy = b.y - a.y;
+    return dx * dx + dy * dy;
+}
+
+// A mesh vertex of the text solids: the tangent frame is not computed and is
+// left at zero rather than undefined, as is uv.
+inline kvx::nsVertex solidVertex(const vec3& position, const vec3& normal) {
+    kvx::nsVertex v(position, normal);
+    v.tangent = vec3(0.0f);
+    v.bitangent = vec3(0.0f);
+    v.uv = vec2(0.0f, 0.0f);
+    return v;
+}
+
 // Twice the signed area (shoelace, summed in double; positive when the points
 // turn from +x towards +y). 0 for an empty ring.
 double ringSignedArea2(const std::vector<vec2>& ring);
