@@ -3,8 +3,11 @@
 
 namespace meshGeometry {
 
-ScreenRect computePolygonBounds(const std::vector<vec2>& polygon) {
-    ScreenRect r(kFloatMax, kFloatMax, -kFloatMax, -kFloatMax);
+namespace {
+
+// The rectangle grown to take in every vertex; the two bounds differ only in
+// where they start.
+ScreenRect widenedBy(ScreenRect r, const std::vector<vec2>& polygon) {
     for (const vec2& v : polygon) {
         if (v.x < r.minX) r.minX = v.x;
         if (v.y < r.minY) r.minY = v.y;
@@ -14,16 +17,17 @@ ScreenRect computePolygonBounds(const std::vector<vec2>& polygon) {
     return r;
 }
 
+} // namespace
+
+ScreenRect computePolygonBounds(const std::vector<vec2>& polygon) {
+    ScreenRect r(kFloatMax, kFloatMax, -kFloatMax, -kFloatMax);
+    return widenedBy(r, polygon);
+}
+
 ScreenRect calculatePolygonScreenAABB_2D(const std::vector<vec2>& polygon) {
     if (polygon.empty()) return ScreenRect(0.0f, 0.0f, 0.0f, 0.0f);
     ScreenRect r(polygon[0].x, polygon[0].y, polygon[0].x, polygon[0].y);
-    for (const vec2& v : polygon) {
-        if (v.x < r.minX) r.minX = v.x;
-        if (v.y < r.minY) r.minY = v.y;
-        if (v.x > r.maxX) r.maxX = v.x;
-        if (v.y > r.maxY) r.maxY = v.y;
-    }
-    return r;
+    return widenedBy(r, polygon);
 }
 
 bool triangleAABBIntersectsPolygon(const vec2& a, const vec2& b, const vec2& c,
