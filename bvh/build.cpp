@@ -7,6 +7,7 @@
 // the same order computeBoundingBox would fold it.
 #include <korvex/bvh.h>
 
+#include "bvh/node_store.h"
 #include "bvh/split_rule.h"
 
 #include <algorithm>
@@ -43,61 +44,110 @@ struct Range {
     size_t count;
 };
 
-std::unique_ptr<BVHNode> buildNode(const Input& in, Range range, const BoundingBox& box, int depth);
-
-std::unique_ptr<BVHNode> makeLeaf(const Input& in, Range range, std::unique_ptr<BVHNode> node) {
-    node->triangles.reserve(range.count);
-    for (size_t i = 0; i < range.count; ++i) node->triangles.push_back(in.triangles[range.ids[i]]);
-    return node;
+// Slots a subtree of `count` triangles can need: a leaf holds at least one
+// triangle, so at most 2 count - 1 nodes. Nodes whose children are built by
+// tasks make only that one pair themselves.
+size_t nodesHint(size_t count, int depth) {
+    return depth <= kLastTaskDepth ? 2 : 2 * count;
 }
 
-std::unique_ptr<BVHNode> buildNode(const Input& in, Range range, const BoundingBox& box,
-                                   int depth) {
-    auto node = std::make_unique<BVHNode>();
-    node->bounds = box;
-    node->aabb = AABB(box.min, box.max);
-    if (range.count <= kLeafTriangles || depth >= kDepthLimit || boxSurface(box) < kMinSurface)
-        return makeLeaf(in, range, std::move(node));
+void makeLeaf(const Input& in, Range range, BVHNode& node) {
+    node.triangles.reserve(range.count);
+    for (size_t i = 0; i < range.count; ++i) node.triangles.push_back(in.triangles[range.ids[i]]);
+}
 
+// What a node becomes: a leaf, or an inner node with the ranges and boxes of
+// its two sides.
+struct Plan {
+    bool leaf;
+    Range lower, upper;
+    BoundingBox lowerBox, upperBox;
+};
+
+// Writes the node's boxes and decides its split. An inner node's ids end up
+// partitioned, lower side first, each side in input order; a leaf gets its
+// triangles here.
+Plan planNode(const Input& in, Range range, const BoundingBox& box, int depth, BVHNode& node) {
+    node.bounds = box;
+    node.aabb = AABB(box.min, box.max);
+    Plan plan{true, {}, {}, {}, {}};
+    if (range.count <= kLeafTriangles || depth >= kDepthLimit || boxSurface(box) < kMinSurface) {
+        makeLeaf(in, range, node);
+        return plan;
+    }
     // Stable partition: lower ids move down in place, upper ids wait in
     // scratch and follow them. Each side's box is folded on the way.
     const int axis = longestAxis(box.getSize());
     const float splitPos = splitPosition(box, axis);
-    BoundingBox lowerBox, upperBox;
     size_t lowerCount = 0, upperCount = 0;
     for (size_t i = 0; i < range.count; ++i) {
         const uint32_t id = range.ids[i];
         const Prim& p = in.prims[id];
         if (goesLower(splitPos, p.centroid[axis])) {
             range.ids[lowerCount++] = id;
-            foldBox(lowerBox.min, lowerBox.max, p.lo, p.hi);
+            foldBox(plan.lowerBox.min, plan.lowerBox.max, p.lo, p.hi);
         } else {
             range.scratch[upperCount++] = id;
-            foldBox(upperBox.min, upperBox.max, p.lo, p.hi);
+            foldBox(plan.upperBox.min, plan.upperBox.max, p.lo, p.hi);
         }
     }
     // One-sided: the ids are still in input order, since nothing moved apart.
-    if (lowerCount == 0 || upperCount == 0) return makeLeaf(in, range, std::move(node));
-    std::copy(range.scratch, range.scratch + upperCount, range.ids + lowerCount);
-
-    const Range lower{range.ids, range.scratch, lowerCount};
-    const Range upper{range.ids + lowerCount, range.scratch + lowerCount, upperCount};
-    if (depth <= kLastTaskDepth) {
-        // Both tasks run on threads of their own (never deferred), so a task
-        // that waits for its children never holds up the threads they need.
-        // If the first result throws, the second future still waits for its
-        // task, and what that task built is released with it.
-        auto first =
-            std::async(std::launch::async, buildNode, std::cref(in), lower, lowerBox, depth + 1);
-        auto second =
-            std::async(std::launch::async, buildNode, std::cref(in), upper, upperBox, depth + 1);
-        node->left = first.get();
-        node->right = second.get();
-    } else {
-        node->left = buildNode(in, lower, lowerBox, depth + 1);
-        node->right = buildNode(in, upper, upperBox, depth + 1);
+    if (lowerCount == 0 || upperCount == 0) {
+        makeLeaf(in, range, node);
+        return plan;
     }
-    return node;
+    std::copy(range.scratch, range.scratch + upperCount, range.ids + lowerCount);
+    plan.leaf = false;
+    plan.lower = Range{range.ids, range.scratch, lowerCount};
+    plan.upper = Range{range.ids + lowerCount, range.scratch + lowerCount, upperCount};
+    return plan;
+}
+
+// Gives an inner node its two children, side by side and owned by the node
+// from the start, so that an exception below releases them.
+std::pair<BVHNode*, BVHNode*> placeChildren(BVHNode& node, NodeArena& arena) {
+    const auto children = arena.makePair();
+    node.left.reset(children.first);
+    node.right.reset(children.second);
+    return children;
+}
+
+void buildNode(const Input& in, Range range, const BoundingBox& box, int depth, BVHNode& node,
+               NodeArena& arena);
+// Below the task levels, a node's children are placed as a pair, then the
+// subtree of the first, then that of the second: depth-first, so the pairs
+// of one descent lie close together.
+void growPairs(const Input& in, const Plan& plan, int depth, BVHNode& node, NodeArena& arena) {
+    const auto children = placeChildren(node, arena);
+    const Plan a = planNode(in, plan.lower, plan.lowerBox, depth + 1, *children.first);
+    if (!a.leaf) growPairs(in, a, depth + 1, *children.first, arena);
+    const Plan b = planNode(in, plan.upper, plan.upperBox, depth + 1, *children.second);
+    if (!b.leaf) growPairs(in, b, depth + 1, *children.second, arena);
+}
+
+// A task's subtree takes its slots from an arena of its own.
+void buildTask(const Input& in, Range range, BoundingBox box, int depth, BVHNode* node) {
+    NodeArena arena(nodesHint(range.count, depth));
+    buildNode(in, range, box, depth, *node, arena);
+}
+
+// Fills `node`, which the parent has already placed, and builds its subtree.
+void buildNode(const Input& in, Range range, const BoundingBox& box, int depth, BVHNode& node,
+               NodeArena& arena) {
+    const Plan plan = planNode(in, range, box, depth, node);
+    if (plan.leaf) return;
+    if (depth > kLastTaskDepth) return growPairs(in, plan, depth, node, arena);
+    const auto children = placeChildren(node, arena);
+    // Both tasks run on threads of their own (never deferred), so a task
+    // that waits for its children never holds up the threads they need. Each
+    // writes only into its own child. If the first result throws, the second
+    // future still waits for its task before anything is released.
+    auto first = std::async(std::launch::async, buildTask, std::cref(in), plan.lower, plan.lowerBox,
+                            depth + 1, children.first);
+    auto second = std::async(std::launch::async, buildTask, std::cref(in), plan.upper,
+                             plan.upperBox, depth + 1, children.second);
+    first.get();
+    second.get();
 }
 
 Prim primOf(const Triangle& t) {
@@ -136,5 +186,10 @@ std::unique_ptr<BVHNode> createBVHNode(const std::vector<Triangle>& triangles, i
     const BoundingBox box = fillPrims(triangles.data(), prims.get(), 0, count);
     for (size_t i = 0; i < count; ++i) ids[i] = static_cast<uint32_t>(i);
     const Input in{triangles.data(), prims.get()};
-    return buildNode(in, Range{ids.get(), scratch.get(), count}, box, depth);
+    NodeArena arena(1 + nodesHint(count, depth));
+    const auto slots = arena.makePair();
+    std::unique_ptr<BVHNode> root(slots.first);
+    delete slots.second; // the root has no sibling
+    buildNode(in, Range{ids.get(), scratch.get(), count}, box, depth, *root, arena);
+    return root;
 }

@@ -28,45 +28,10 @@ struct Pending {
     float enter; // where the line enters the node's box
 };
 
-// Depth-first stack of nodes still to visit. A built tree has at most 65
-// levels and each level leaves at most one node behind, so the fixed part
-// suffices; deeper hand-made trees spill to the heap, not the call stack.
-class PendingStack {
-  public:
-    void push(const Pending& p) {
-        if (size_ < kFixed)
-            fixed_[size_] = p;
-        else
-            spill_.push_back(p);
-        ++size_;
-    }
-    // Pushes each entry whose flag is set, without a branch per flag.
-    void pushPair(const Pending& first, bool takeFirst, const Pending& second, bool takeSecond) {
-        if (size_ + 2 <= kFixed) {
-            fixed_[size_] = first;
-            size_ += takeFirst;
-            fixed_[size_] = second;
-            size_ += takeSecond;
-            return;
-        }
-        if (takeFirst) push(first);
-        if (takeSecond) push(second);
-    }
-    Pending pop() {
-        --size_;
-        if (size_ < kFixed) return fixed_[size_];
-        const Pending p = spill_.back();
-        spill_.pop_back();
-        return p;
-    }
-    bool empty() const { return size_ == 0; }
-
-  private:
-    static constexpr size_t kFixed = 128;
-    Pending fixed_[kFixed];
-    std::vector<Pending> spill_;
-    size_t size_ = 0;
-};
+// A built tree has at most 65 levels and each level leaves at most one node
+// behind, so this many pending nodes suffice; a deeper hand-made tree moves
+// the stack to the heap rather than overrunning it.
+constexpr size_t kFixedStack = 128;
 
 bool hasNaN(const Ray& ray) {
     for (int i = 0; i < 3; ++i)
@@ -78,20 +43,29 @@ bool isLeaf(const BVHNode* node) {
     return !node->left && !node->right;
 }
 
-// Starts the loads of what visiting `node` will read, while other boxes are tested.
-inline void prefetchVisit(const BVHNode* node) {
+inline void prefetch(const void* address) {
 #if defined(__GNUC__) || defined(__clang__)
-    if (!isLeaf(node)) {
-        if (node->left) __builtin_prefetch(node->left.get());
-        if (node->right) __builtin_prefetch(node->right.get());
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
+
+// Starts the loads that visiting `node` will need: the boxes of its children,
+// which the builder places side by side in three cache lines, or the
+// triangles of a leaf.
+inline void prefetchVisit(const BVHNode* node) {
+    if (const BVHNode* first = node->left.get()) {
+        const char* pair = reinterpret_cast<const char*>(first);
+        prefetch(pair);
+        prefetch(pair + 64);
+        prefetch(pair + 128);
     } else if (!node->triangles.empty()) {
         const char* data = reinterpret_cast<const char*>(node->triangles.data());
-        __builtin_prefetch(data);
-        __builtin_prefetch(data + 64);
+        prefetch(data);
+        prefetch(data + 64);
+        prefetch(data + 128);
     }
-#else
-    (void)node;
-#endif
 }
 
 // No triangle in a box that the line leaves before the 0.001 floor, or enters
@@ -109,28 +83,38 @@ inline bool behindFloor(float exit) {
 // first, and a box that cannot hold a counted hit is passed over: a hit only
 // replaces the current one when strictly nearer, and its point is o + d t of
 // its own t, so neither the order nor the skipping changes what is reported.
-bool traverse(const Ray& ray, const BVHNode* root, vec3& hitPoint, float& nearestDistance) {
+//
+// The ray and the running result live in locals: written through the
+// caller's references, every store would force the ray to be read again.
+bool traverse(const Ray& rayIn, const BVHNode* root, vec3& hitPoint, float& nearestDistance) {
     // A NaN in the ray reaches t in every triangle test and misses there;
     // the box test would let it through everywhere.
-    if (!root || hasNaN(ray)) return false;
+    if (!root || hasNaN(rayIn)) return false;
+    const Ray ray = rayIn;
     const LineLanes line = lineLanesOf(ray);
     const LineSpan rootSpan = lineThroughBox(line, root->bounds);
     if (!rootSpan.meets) return false;
+
+    float nearest = nearestDistance;
+    vec3 point(0.0f);
     bool found = false;
-    PendingStack stack;
-    stack.push(Pending{root, rootSpan.enter});
-    while (!stack.empty()) {
-        const Pending pending = stack.pop();
+    Pending fixed[kFixedStack];
+    std::vector<Pending> spilled; // only for trees deeper than any build makes
+    Pending* stack = fixed;
+    size_t capacity = kFixedStack, size = 0;
+    stack[size++] = Pending{root, rootSpan.enter};
+    while (size != 0) {
+        const Pending pending = stack[--size];
         const BVHNode* node = pending.node;
-        if (beyondReach(pending.enter, nearestDistance)) continue;
+        if (beyondReach(pending.enter, nearest)) continue;
         if (isLeaf(node)) {
             for (const Triangle& tri : node->triangles) {
-                vec3 point;
+                vec3 triPoint;
                 float t;
-                if (mollerTrumbore(ray, tri.p0, tri.p1, tri.p2, point, t) && t > kMinHitDistance &&
-                    nearestDistance > t) {
-                    nearestDistance = t;
-                    hitPoint = point;
+                if (mollerTrumbore(ray, tri.p0, tri.p1, tri.p2, triPoint, t) &&
+                    t > kMinHitDistance && nearest > t) {
+                    nearest = t;
+                    point = triPoint;
                     found = true;
                 }
             }
@@ -141,19 +125,35 @@ bool traverse(const Ray& ray, const BVHNode* root, vec3& hitPoint, float& neares
         LineSpan leftSpan{false, 0.0f, 0.0f}, rightSpan{false, 0.0f, 0.0f};
         if (left) leftSpan = lineThroughBox(line, left->bounds);
         if (right) rightSpan = lineThroughBox(line, right->bounds);
-        const bool enterLeft = leftSpan.meets && !behindFloor(leftSpan.exit) &&
-                               !beyondReach(leftSpan.enter, nearestDistance);
+        const bool enterLeft =
+            leftSpan.meets && !behindFloor(leftSpan.exit) && !beyondReach(leftSpan.enter, nearest);
         const bool enterRight = rightSpan.meets && !behindFloor(rightSpan.exit) &&
-                                !beyondReach(rightSpan.enter, nearestDistance);
+                                !beyondReach(rightSpan.enter, nearest);
+        if (!enterLeft && !enterRight) continue;
+        if (size + 2 > capacity) {
+            if (stack == fixed) spilled.assign(fixed, fixed + size);
+            spilled.resize(capacity * 2);
+            stack = spilled.data();
+            capacity = spilled.size();
+        }
         if (enterLeft) prefetchVisit(left);
         if (enterRight) prefetchVisit(right);
         // The nearer box is pushed last, so it is visited first.
-        // The nearer box is pushed last, so it is visited first.
-        const Pending leftPending{left, leftSpan.enter}, rightPending{right, rightSpan.enter};
-        if (rightSpan.enter < leftSpan.enter)
-            stack.pushPair(leftPending, enterLeft, rightPending, enterRight);
-        else
-            stack.pushPair(rightPending, enterRight, leftPending, enterLeft);
+        const bool rightFirst = rightSpan.enter < leftSpan.enter;
+        if (enterLeft && enterRight) {
+            stack[size++] =
+                rightFirst ? Pending{left, leftSpan.enter} : Pending{right, rightSpan.enter};
+            stack[size++] =
+                rightFirst ? Pending{right, rightSpan.enter} : Pending{left, leftSpan.enter};
+        } else if (enterLeft) {
+            stack[size++] = Pending{left, leftSpan.enter};
+        } else {
+            stack[size++] = Pending{right, rightSpan.enter};
+        }
+    }
+    if (found) {
+        nearestDistance = nearest;
+        hitPoint = point;
     }
     return found;
 }

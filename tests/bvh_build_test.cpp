@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <thread>
 
 using testmesh::sameBits;
 
@@ -205,4 +206,40 @@ TEST(BvhBuild, RootIsTakenAndReleased) {
     EXPECT_EQ(root, nullptr);
     EXPECT_EQ(holder, nullptr);
     EXPECT_EQ(getBVHRoot(nullptr), nullptr);
+}
+
+// Built nodes share blocks of memory, yet each must stay free-standing: a host may detach
+// subtrees, keep them past the rest of the tree, release them on other threads, and mix
+// them with nodes it made itself. ASan and TSan runs check the releases.
+TEST(BvhBuild, NodesOfABuiltTreeAreReleasedOneByOne) {
+    const std::vector<Triangle> tris = spreadTriangles(4000, 10.0f, 11);
+    auto root = createBVHNode(tris, 0);
+    auto sequential = createBVHNode(tris, 4); // one arena, no tasks
+    ASSERT_TRUE(root->left && sequential->left);
+
+    // Keep a deep subtree alive after its tree is gone, and give a built node a hand-made child.
+    std::unique_ptr<BVHNode> kept = std::move(sequential->left->left);
+    sequential.reset();
+    ASSERT_TRUE(kept);
+    BVHNode* leaf = kept.get();
+    while (leaf->left) leaf = leaf->left.get();
+    leaf->left = std::make_unique<BVHNode>();
+    leaf->left.reset();
+
+    // Release the halves of the other tree on two threads, the root last.
+    std::unique_ptr<BVHNode> left = std::move(root->left), right = std::move(root->right);
+    std::thread a([&] { left.reset(); }), b([&] { right.reset(); });
+    a.join();
+    b.join();
+    root.reset();
+
+    // The kept subtree still answers queries.
+    vec3 hit(0.0f);
+    float nearest = kFloatMax;
+    const vec3 centre = (kept->bounds.min + kept->bounds.max) * 0.5f;
+    const Ray ray(centre + vec3(0, 0, 100), vec3(0, 0, -1));
+    RayIntersectsBVH(ray, kept.get(), hit, nearest);
+    kept.reset();
+    auto single = std::make_unique<BVHNode>();
+    EXPECT_TRUE(single->triangles.empty() && !single->left && !single->right);
 }

@@ -8,6 +8,7 @@
 
 #include <korvex/records.h>
 
+#include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -26,6 +27,14 @@ struct KORVEX_API BVHNode {
 
     BVHNode(const BVHNode&) = delete;
     BVHNode& operator=(const BVHNode&) = delete;
+
+    // Nodes carry a small header that ties them to the builder's node store,
+    // which keeps siblings side by side for traversal. Single nodes made with
+    // `new` (or make_unique) and released with `delete` work as usual.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* node) noexcept;
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void*, void*) noexcept {}
 };
 
 // The box of every corner of `triangles`, folded into the invalid box (min at
