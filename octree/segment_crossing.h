@@ -103,4 +103,31 @@ class LassoSides {
     std::vector<float> x_, y_, nextX_, nextY_;
 };
 
+// The sides of recent mesh vertices, in a small direct-mapped cache keyed by vertex number: a
+// vertex's screen point is the same for every triangle around it within one call.
+class SideCache {
+  public:
+    explicit SideCache(const LassoSides& sides)
+        : sides_(sides), words_(sides.words()), vertex_(kSize, ~0u), bits_(kSize * words_) {}
+
+    // Copies the sides of vertex v, whose screen point is `point`, into `out`.
+    void of(unsigned int v, const vec2& point, uint64_t* out) {
+        const size_t slot = v & (kSize - 1);
+        uint64_t* bits = bits_.data() + slot * words_; // no words for an empty polygon
+        if (vertex_[slot] != v) {
+            sides_.of(point, bits);
+            vertex_[slot] = v;
+        }
+        for (size_t w = 0; w < words_; ++w) out[w] = bits[w];
+    }
+
+  private:
+    static constexpr size_t kSize = 4096;
+
+    const LassoSides& sides_;
+    size_t words_;
+    std::vector<unsigned int> vertex_;
+    std::vector<uint64_t> bits_;
+};
+
 } // namespace octree_detail

@@ -1,10 +1,13 @@
 #include <korvex/polygon.h>
 
+#include "../octree/lasso_grid.h"
+#include "../octree/lasso_index.h"
 #include "../octree/segment_crossing.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 using meshGeometry::isPointInPolygon;
@@ -132,6 +135,101 @@ TEST(PolygonPredicates, SegmentCrossingFromPrecomputedSides) {
             sides.of(b, sb);
             ASSERT_EQ(sides.crosses(a, b, sa, sb), segmentCrossesPolygon(polygon, a, b))
                 << n << " vertices, trial " << trial;
+        }
+    }
+}
+
+// The lasso grid settles a cell only where the point test cannot change its answer inside it:
+// every settled answer must be the point test's own, at vertices, on edges, on cell borders and
+// at heights of vertices, for lassos with level edges, near-level edges, vertices on cell
+// borders, far-off coordinates and many points. A plain lasso must get most cells settled, and
+// a lasso with a NaN vertex none.
+TEST(PolygonPredicates, LassoGridSettlesCellsWithThePointTestsAnswer) {
+    const auto star = [](int n, float cx, float cy, float r0, float r1) {
+        std::vector<vec2> lasso;
+        for (int i = 0; i < n; ++i) {
+            const float a = 6.2831853f * static_cast<float>(i) / static_cast<float>(n);
+            const float r = i % 2 ? r0 : r1;
+            lasso.emplace_back(cx + r * std::cos(a), cy + r * std::sin(a));
+        }
+        return lasso;
+    };
+    std::vector<vec2> jagged;
+    for (int i = 0; i < 1000; ++i) {
+        const float a = 6.2831853f * static_cast<float>(i) / 1000.0f;
+        const float r = 200 + 60 * std::sin(a * 13) + 20 * std::cos(a * 51);
+        jagged.emplace_back(400 + r * std::cos(a), 300 + r * std::sin(a));
+    }
+    // Over [0, 64] the cell borders fall on whole numbers: a staircase of level edges with
+    // vertices on those borders, and local tops and bottoms at shared heights.
+    const std::vector<vec2> stairs{{0, 0},   {64, 0},  {64, 16}, {48, 16}, {48, 32},
+                                   {56, 32}, {56, 48}, {32, 48}, {32, 64}, {16, 64},
+                                   {16, 32}, {8, 40},  {0, 32},  {8, 16}};
+    // An edge rising by less than a millionth, where the 1e-10 term moves crossings far: the
+    // notch edge from (50, 0) to (0, 1.5e-10) is counted at height 0 up to x = 150, so
+    // (100, 0) is outside.
+    const std::vector<vec2> nearLevel{{0, 50},  {200, 50}, {200, -50},
+                                      {0, -50}, {50, 0},   {0, 1.5e-10f}};
+    ASSERT_FALSE(isPointInPolygon(vec2(100, 0), nearLevel));
+    ASSERT_TRUE(isPointInPolygon(vec2(100, 1), nearLevel));
+    std::vector<vec2> farOff = star(32, 400, 300, 150, 220);
+    for (vec2& v : farOff) v += vec2(1e6f, -3e6f);
+    std::vector<vec2> withNaN = star(12, 400, 300, 150, 220);
+    withNaN[5].x = std::numeric_limits<float>::quiet_NaN();
+
+    const std::vector<std::pair<std::vector<vec2>, double>> cases{
+        {star(32, 400, 300, 150, 220), 0.6},
+        {star(5, 0, 0, 1e-3f, 2e-3f), 0.4},
+        {jagged, 0.4},
+        {stairs, 0.5},
+        {nearLevel, 0.5},
+        {farOff, 0.3},
+        {withNaN, 0.0}};
+    std::mt19937 rng(21);
+    for (const auto& [lasso, leastSettled] : cases) {
+        const ScreenRect rect = meshGeometry::computePolygonBounds(lasso);
+        const octree_detail::LassoIndex index(lasso, rect);
+        const octree_detail::LassoGrid grid(lasso, rect,
+                                            [&](const vec2& p) { return index.inside(p); });
+        std::vector<vec2> points;
+        const size_t n = lasso.size();
+        std::uniform_real_distribution<float> u(0.0f, 1.0f);
+        const auto lerp = [](float a, float b, float t) { return a + (b - a) * t; };
+        for (size_t i = 0; i < n; ++i) {
+            const vec2 a = lasso[i], b = lasso[(i + 1) % n];
+            points.push_back(a);
+            points.push_back((a + b) * 0.5f);
+            // At the vertex's height, across the rectangle.
+            for (int k = 0; k <= 16; ++k)
+                points.emplace_back(lerp(rect.minX, rect.maxX, static_cast<float>(k) / 16), a.y);
+        }
+        // On cell borders, a hair either side of them, and anywhere.
+        for (int k = 0; k <= 64; ++k) {
+            const float x = lerp(rect.minX, rect.maxX, static_cast<float>(k) / 64);
+            const float y = lerp(rect.minY, rect.maxY, u(rng));
+            for (float dx : {-1.0f, 0.0f, 1.0f}) points.emplace_back(std::nextafter(x, x + dx), y);
+            points.emplace_back(lerp(rect.minX, rect.maxX, u(rng)),
+                                lerp(rect.minY, rect.maxY, static_cast<float>(k) / 64));
+        }
+        for (int k = 0; k < 20000; ++k)
+            points.emplace_back(lerp(rect.minX, rect.maxX, u(rng)),
+                                lerp(rect.minY, rect.maxY, u(rng)));
+
+        size_t settled = 0, asked = 0;
+        for (const vec2& p : points) {
+            if (!(p.x >= rect.minX && p.x <= rect.maxX && p.y >= rect.minY && p.y <= rect.maxY))
+                continue;
+            ++asked;
+            const auto answer = grid.at(p);
+            if (answer == octree_detail::LassoGrid::kOpen) continue;
+            ++settled;
+            ASSERT_EQ(answer == octree_detail::LassoGrid::kInside, isPointInPolygon(p, lasso))
+                << n << "-point lasso at " << p.x << ", " << p.y;
+        }
+        EXPECT_GE(static_cast<double>(settled), leastSettled * static_cast<double>(asked))
+            << n << "-point lasso";
+        if (&lasso == &cases.back().first) {
+            EXPECT_EQ(settled, 0u); // the NaN vertex
         }
     }
 }

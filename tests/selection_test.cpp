@@ -7,7 +7,9 @@
 
 #include <halvane.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -58,8 +60,9 @@ class Selection : public ::testing::Test {
 
 // The selection rules written plainly, triangle by triangle in tree order.
 std::vector<int> oracle(const OctreeNode* root, const Mesh& m, const std::vector<vec2>& polygon,
-                        const mat4& model, float threshold) {
-    const Camera cam;
+                        const mat4& model, float threshold, const Camera& cam = Camera(),
+                        float margin = 0.0f) {
+    const float limit = std::max(2000.0f, margin + margin + 100.0f) + margin;
     const mat4 vp = cam.projection * cam.view;
     const ScreenRect r = meshGeometry::computePolygonBounds(polygon);
     const auto inPolygon = [&](const vec2& p) {
@@ -81,7 +84,7 @@ std::vector<int> oracle(const OctreeNode* root, const Mesh& m, const std::vector
         }
         const vec3 g = (w[0] + w[1] + w[2]) / 3.0f;
         for (const vec3& p : {w[0], w[1], w[2], g})
-            tooFar = tooFar || glm::dot(p - cam.eye, cam.forward) > 2000.0f;
+            tooFar = tooFar || glm::dot(p - cam.eye, cam.forward) > limit;
         if (behind || tooFar) continue;
         bool overlaps = inPolygon(s[0]) || inPolygon(s[1]) || inPolygon(s[2]) ||
                         inPolygon((s[0] + s[1] + s[2]) / 3.0f);
@@ -159,6 +162,84 @@ TEST_F(Selection, MatchesThePlainRulesOnRealMeshesAndLassosOfEverySize) {
                 }
             }
         }
+}
+
+// The selection keeps each vertex's placement in one of two ways: all vertices placed up front
+// (four at a time, the last few one by one) when the tree holds much of the mesh, or a small
+// cache when it holds little. Both must give the plain rules' answers, also for vertices at
+// infinity, NaN, huge, on and behind the camera plane.
+TEST_F(Selection, BothVertexStoresMatchThePlainRules) {
+    const std::vector<std::vector<vec2>> lassos{
+        wavyLasso(14, 150, 70, 7), wavyLasso(100, 160, 80, 7), {{100, 300}, {700, 310}}};
+    // A tree over every fifth bunny triangle: fewer entries than half the vertices.
+    const Mesh& bunny = testmesh::bunny();
+    std::vector<int> fifth;
+    for (int t = 0; t < bunny.triangleCount(); t += 5) fifth.push_back(t);
+    ASSERT_LT(2 * fifth.size(), bunny.vertices.size());
+    const Tree sparse(buildOctreeFromTriangleIndices(bunny.positions, bunny.indices, fifth, 0));
+
+    // A lattice facing the camera and ten odd vertices, 1,691 in all (not a multiple of four), and
+    // a fan of triangles from odd vertices to it.
+    Mesh odd;
+    for (int i = 0; i < 41; ++i)
+        for (int j = 0; j < 41; ++j)
+            odd.add(vec3(-2.0f + 0.1f * static_cast<float>(i),
+                         -1.5f + 0.075f * static_cast<float>(j),
+                         0.1f * std::sin(static_cast<float>(i * j))));
+    for (int i = 0; i < 40; ++i)
+        for (int j = 0; j < 40; ++j) {
+            const unsigned int a = static_cast<unsigned int>(41 * i + j);
+            odd.indices.insert(odd.indices.end(), {a, a + 41, a + 1, a + 1, a + 41, a + 42});
+        }
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const vec3 strange[] = {{nan, 0, 0},    {0, inf, 0},           {-inf, 0, 0},    {1e30f, 0, 0},
+                            {0, 0, 5.0f},   {0, 0, 4.9999995f},    {0, 0, 4.9999f}, {0.1f, 0, 6},
+                            {0, 0, -1e30f}, {0.2f, 0.1f, -2500.0f}};
+    for (const vec3& p : strange) {
+        const unsigned int v = static_cast<unsigned int>(odd.positions.size());
+        odd.add(p);
+        for (unsigned int a : {20u * 41 + 20, 10u * 41 + 30, 30u * 41 + 5})
+            odd.indices.insert(odd.indices.end(), {v, a, a + 1, a + 42, v, a});
+    }
+    ASSERT_NE(odd.vertices.size() % 4, 0u);
+    const Tree whole = buildTree(odd);
+
+    // The usual camera, and an oblique one with a forward vector not of unit length and a
+    // depth limit (2000 + margin) through the middle of the mesh.
+    Camera oblique;
+    oblique.eye = vec3(1.5f, 1.0f, 4.5f);
+    oblique.forward = glm::normalize(-oblique.eye) * 1.7f;
+    oblique.view = glm::lookAt(oblique.eye, vec3(0), vec3(0, 1, 0));
+    const auto middleDepth = [&](const Mesh& m) {
+        std::vector<float> depths;
+        for (const vec3& p : m.positions)
+            if (std::isfinite(glm::dot(p, p)))
+                depths.push_back(glm::dot(p - oblique.eye, oblique.forward));
+        std::nth_element(depths.begin(), depths.begin() + depths.size() / 2, depths.end());
+        return depths[depths.size() / 2];
+    };
+
+    const std::tuple<const OctreeNode*, const Mesh*> cases[] = {{sparse.get(), &bunny},
+                                                                {whole.get(), &odd}};
+    for (const auto& [tree, m] : cases)
+        for (const auto& [cam, margin] :
+             {std::pair(Camera(), 0.0f), std::pair(oblique, middleDepth(*m) - 2000.0f)})
+            for (float threshold : {-2.0f, 0.3f})
+                for (const mat4& model :
+                     {mat4(1.0f), glm::rotate(mat4(1.0f), 0.3f, vec3(1, 1, 0))}) {
+                    setFacing(threshold);
+                    for (const auto& lasso : lassos) {
+                        const std::vector<int> expected =
+                            oracle(tree, *m, lasso, model, threshold, cam, margin);
+                        EXPECT_EQ(select(tree, *m, lasso, cam, margin, model), expected)
+                            << m->vertices.size() << " vertices, " << lasso.size()
+                            << " lasso points, threshold " << threshold << ", margin " << margin;
+                        if (lasso.size() > 2) {
+                            EXPECT_GT(expected.size(), 20u);
+                        }
+                    }
+                }
 }
 
 TEST_F(Selection, OverlapAndFacingCases) {
