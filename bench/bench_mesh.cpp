@@ -56,4 +56,25 @@ std::vector<Ray> makeRays(size_t count, unsigned seed) {
     return rays;
 }
 
+std::vector<Ray> makeCameraRays(int side) {
+    const vec3 eye(0.0f, 0.0f, 3.0f);
+    const float halfWidth =
+        std::tan(0.5f * 40.0f * 3.14159265f / 180.0f); // the sphere fills the view
+    std::vector<Ray> rays;
+    rays.reserve(static_cast<size_t>(side) * static_cast<size_t>(side));
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            const float u =
+                (2.0f * (static_cast<float>(x) + 0.5f) / static_cast<float>(side) - 1.0f);
+            const float v =
+                (1.0f - 2.0f * (static_cast<float>(y) + 0.5f) / static_cast<float>(side));
+            rays.emplace_back(eye, glm::normalize(vec3(u * halfWidth, v * halfWidth, -1.0f)));
+        }
+    return rays;
+}
+
+std::vector<Ray> raySet(int64_t kind) {
+    return kind == 0 ? makeRays(4096) : makeCameraRays(64);
+}
+
 } // namespace bench

@@ -31,7 +31,7 @@ BENCHMARK(BM_IntersectRayWithMesh)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 // The peer on the same mesh and rays, so the two rates sit side by side.
 static void BM_EmbreeIntersect1(benchmark::State& state) {
     const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
-    const std::vector<Ray> rays = bench::makeRays(4096);
+    const std::vector<Ray> rays = bench::raySet(state.range(1));
     bench::EmbreeScene* scene = bench::embreeBuild(mesh);
     size_t next = 0;
     for (auto _ : state) {
@@ -44,7 +44,8 @@ static void BM_EmbreeIntersect1(benchmark::State& state) {
         benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
     bench::embreeRelease(scene);
 }
-BENCHMARK(BM_EmbreeIntersect1)->Arg(1 << 20);
+// Second argument: 0 scattered rays, 1 the rays of a camera's pixels.
+BENCHMARK(BM_EmbreeIntersect1)->Args({1 << 20, 0})->Args({1 << 20, 1});
 
 static void BM_EmbreeSceneBuild(benchmark::State& state) {
     const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));

@@ -45,7 +45,7 @@ BENCHMARK(BM_CreateBVHNode)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRea
 
 static void BM_RayIntersectsBVH(benchmark::State& state) {
     const MeshData mesh = bench::makeSphere(static_cast<size_t>(state.range(0)));
-    const std::vector<Ray> rays = bench::makeRays(4096);
+    const std::vector<Ray> rays = bench::raySet(state.range(1));
     const std::unique_ptr<BVHNode> root = createBVHNode(bench::trianglesOf(mesh), 0);
     const size_t mismatches = mismatchesAgainstBruteForce(root.get(), mesh, rays, 128);
     if (mismatches != 0) {
@@ -65,4 +65,5 @@ static void BM_RayIntersectsBVH(benchmark::State& state) {
         static_cast<double>(hits) / static_cast<double>(state.iterations());
     state.counters["brute_mismatches"] = static_cast<double>(mismatches);
 }
-BENCHMARK(BM_RayIntersectsBVH)->Arg(1 << 20);
+// Second argument: 0 scattered rays, 1 the rays of a camera's pixels.
+BENCHMARK(BM_RayIntersectsBVH)->Args({1 << 20, 0})->Args({1 << 20, 1});
