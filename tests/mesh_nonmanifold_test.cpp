@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -108,4 +110,112 @@ TEST(DetectNonManifoldEdges, RandomSoupsAndTheBunnyMatchTheHashContainer) {
     const std::vector<Edge> fins = DetectNonManifoldEdges(bunny);
     expectEdges(fins, oracle(bunny));
     EXPECT_GE(fins.size(), 400u);
+}
+namespace {
+
+// A strip of `quads` quads along x at about height y, two triangles each: edges used once or
+// twice, none shared with anything else in the tests below. Coordinates vary along the strip,
+// since EdgeHash gives all edges that differ only in a shared coordinate one value.
+std::vector<Triangle> strip(size_t quads, float y) {
+    const auto p = [y](size_t i, int up) {
+        const float x = static_cast<float>(i);
+        return vec3(x, y + static_cast<float>(up) + 1e-3f * x, 0.5f * x);
+    };
+    std::vector<Triangle> out;
+    for (size_t i = 0; i < quads; ++i) {
+        out.push_back(tri(p(i, 0), p(i + 1, 0), p(i, 1)));
+        out.push_back(tri(p(i + 1, 0), p(i + 1, 1), p(i, 1)));
+    }
+    return out;
+}
+
+void append(std::vector<Triangle>& to, const std::vector<Triangle>& from) {
+    to.insert(to.end(), from.begin(), from.end());
+}
+
+} // namespace
+
+TEST(DetectNonManifoldEdges, UsesFarApartInTheListAreCountedTogether) {
+    // Uses of one edge separated by tens of thousands of triangles, so that the counting
+    // cannot rely on meeting them close together.
+    const vec3 P(-0.0f, 0, 5), Q(1, 0, 5), S(2, 0, 5), T(3, 0, 5);
+    std::vector<Triangle> soup = {tri(P, Q, vec3(0, 1, 5)), tri(A, B, C), tri(S, T, vec3(2, 1, 5))};
+    append(soup, strip(30000, 10));
+    soup.push_back(tri(Q, vec3(0, 0, 5), vec3(0, -1, 5))); // P-Q again, with +0, reversed
+    soup.push_back(tri(T, S, vec3(2, -1, 5)));             // S-T: twice, never reported
+    soup.push_back(tri(A, B, C));
+    append(soup, strip(30000, 20));
+    soup.push_back(tri(vec3(0, 0, 5), Q, vec3(0, 0, 6))); // P-Q a third time
+    soup.push_back(tri(A, B, C));
+    // A-B twice more, close together, after all that.
+    soup.push_back(tri(B, A, E));
+    soup.push_back(tri(A, B, D));
+
+    const std::vector<Edge> got = DetectNonManifoldEdges(soup);
+    expectEdges(got, oracle(soup));
+    // P-Q first, with the coordinates of its first use (-0), then the three edges of A-B-C.
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_TRUE(std::signbit(got[0].a.x));
+    const Edge ab(A, B);
+    EXPECT_EQ(std::memcmp(&got[1], &ab, sizeof(Edge)), 0);
+}
+
+TEST(DetectNonManifoldEdges, ShuffledMeshesMatchTheHashContainer) {
+    // The bunny with fins, in random order: nearly every edge's uses lie far apart, and tens
+    // of thousands of distinct edges make some of their hashes meet.
+    std::vector<Triangle> bunny = testmesh::bunny().soup();
+    ASSERT_FALSE(bunny.empty());
+    for (size_t t = 0; t < 3000; t += 3)
+        bunny.push_back(tri(bunny[t].p2, bunny[t].p1, bunny[t].p1 - vec3(0, 0, 1)));
+    std::mt19937 rng(11);
+    std::shuffle(bunny.begin(), bunny.end(), rng);
+    const std::vector<Edge> fins = DetectNonManifoldEdges(bunny);
+    expectEdges(fins, oracle(bunny));
+    EXPECT_GE(fins.size(), 900u);
+}
+
+TEST(DetectNonManifoldEdges, ZeroLengthEdgesJoinTheFirstKeyWithinTolerance) {
+    // One use of one zero-length edge each: the sides to the NaN corner count for nothing.
+    const auto degenerate = [](const vec3& p) { return tri(p, p, vec3(NAN, 0, 0)); };
+    // Either side of a multiple of 2e-5 (0.2e-5 apart): one key.
+    EXPECT_EQ(
+        DetectNonManifoldEdges({degenerate(vec3(1.9e-5f, 0, 0)), degenerate(vec3(2.1e-5f, 0, 0)),
+                                degenerate(vec3(1.9e-5f, 0, 0))})
+            .size(),
+        1u);
+    // 0 and 1.2e-5 are two keys; 0.6e-5, close to both, joins the first made, which reaches
+    // three uses and is reported with its own point.
+    const std::vector<Edge> chain =
+        DetectNonManifoldEdges({degenerate(vec3(0, 0, 0)), degenerate(vec3(1.2e-5f, 0, 0)),
+                                degenerate(vec3(0.6e-5f, 0, 0)), degenerate(vec3(0.6e-5f, 0, 0))});
+    ASSERT_EQ(chain.size(), 1u);
+    EXPECT_EQ(chain[0].a.x, 0.0f);
+    EXPECT_EQ(chain[0].b.x, 0.0f);
+    // Exactly 1e-5 apart is not within the tolerance; -0 and +0 are one point.
+    EXPECT_TRUE(DetectNonManifoldEdges({degenerate(vec3(0, 0, 0)), degenerate(vec3(1e-5f, 0, 0)),
+                                        degenerate(vec3(0, 0, 0))})
+                    .empty());
+    EXPECT_EQ(DetectNonManifoldEdges({degenerate(vec3(-0.0f, 0, 0)), degenerate(vec3(0, -0.0f, 0)),
+                                      degenerate(vec3(0, 0, -0.0f))})
+                  .size(),
+              1u);
+    // Far from the origin neighbouring floats are far apart; an infinite point matches nothing.
+    const vec3 far(1e20f, -3e30f, 0);
+    const vec3 farNext(std::nextafter(far.x, 2e20f), far.y, far.z);
+    EXPECT_EQ(DetectNonManifoldEdges({degenerate(far), degenerate(far), degenerate(far)}).size(),
+              1u);
+    EXPECT_TRUE(
+        DetectNonManifoldEdges({degenerate(far), degenerate(farNext), degenerate(far)}).empty());
+    const vec3 inf(std::numeric_limits<float>::infinity(), 0, 0);
+    EXPECT_TRUE(
+        DetectNonManifoldEdges({degenerate(inf), degenerate(inf), degenerate(inf)}).empty());
+
+    // Many degenerate triangles at distinct points, each used three times, far apart: all of
+    // them, in order of first use, each with its own point.
+    std::vector<Triangle> many;
+    for (int pass = 0; pass < 3; ++pass)
+        for (int i = 0; i < 5000; ++i) many.push_back(degenerate(vec3(i * 1e-3f, 1, 2)));
+    const std::vector<Edge> found = DetectNonManifoldEdges(many);
+    ASSERT_EQ(found.size(), 5000u);
+    for (int i = 0; i < 5000; ++i) EXPECT_EQ(found[i].a.x, i * 1e-3f) << i;
 }
