@@ -221,7 +221,12 @@ bool traverseInside(const OctreeNode* node, const RayQuery& q, float bound, vec3
     for (int i = 0; i < count; ++i) {
         const Candidate& c = entered[i];
         const float limit = std::min(bound, best);
-        if (limit < kInfinity && q.skip.nearestHit(c.box, c.node->worldBounds) > limit) continue;
+        // Where the ray enters the box bounds the box's distance from the origin from above
+        // (within rounding), so a box entered clearly before `limit` cannot be passed over and
+        // needs no closer look; entering a box is always safe.
+        if (limit < kInfinity && !(c.box.entry < limit * 0.999f) &&
+            q.skip.nearestHit(c.box, c.node->worldBounds) > limit)
+            continue;
         vec3 point;
         int triangle = -1;
         if (!traverseInside(c.node, q, limit, point, triangle)) continue;
