@@ -207,3 +207,39 @@ TEST(BvhConcurrency, ParallelBuildsOfOneListAgree) {
         for (const Ray& ray : randomRays(100, 32, 14.0f))
             EXPECT_TRUE(sameHit(throughBvh(reference.get(), ray), throughBvh(tree.get(), ray)));
 }
+
+// A hand-made tree far deeper than any build makes: every level leaves a sibling pending, so
+// the traversal's stack outgrows its fixed part. The nearest triangle sits in the first
+// sibling left behind, which is popped last, after the spill; losing or reordering an entry
+// there loses it.
+TEST(BvhTraversal, DeepHandMadeTreeKeepsEveryPendingSibling) {
+    const int levels = 300;
+    const auto triangleAt = [](float z) {
+        return Triangle(vec3(-1, -1, z), vec3(1, -1, z), vec3(0, 1, z));
+    };
+    const BoundingBox box(vec3(-1, -1, -float(levels) - 1), vec3(1, 1, 1));
+    std::vector<Triangle> all;
+    auto root = std::make_unique<BVHNode>();
+    BVHNode* chain = root.get();
+    for (int i = 0; i < levels; ++i) {
+        chain->bounds = box;
+        chain->left = std::make_unique<BVHNode>();
+        chain->right = std::make_unique<BVHNode>();
+        chain->right->bounds = box;
+        chain->right->triangles.push_back(triangleAt(-float(i)));
+        all.push_back(chain->right->triangles.back());
+        chain = chain->left.get();
+    }
+    chain->bounds = box;
+    chain->triangles.push_back(triangleAt(-0.5f));
+    all.push_back(chain->triangles.back());
+
+    const Ray ray(vec3(0, 0, 1000), vec3(0, 0, -1));
+    const Hit expected = bruteForce(all, ray);
+    ASSERT_TRUE(expected.hit);
+    EXPECT_EQ(expected.distance, 1000.0f);
+    const Hit got = throughBvh(root.get(), ray);
+    EXPECT_TRUE(got.hit);
+    EXPECT_TRUE(sameBits(got.point, expected.point));
+    EXPECT_EQ(got.distance, expected.distance);
+}
