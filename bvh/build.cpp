@@ -8,12 +8,14 @@
 #include <korvex/bvh.h>
 
 #include "bvh/node_store.h"
+#include "bvh/packed_tree.h"
 #include "bvh/split_rule.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <future>
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 using namespace korvex_detail;
@@ -191,5 +193,11 @@ std::unique_ptr<BVHNode> createBVHNode(const std::vector<Triangle>& triangles, i
     std::unique_ptr<BVHNode> root(slots.first);
     delete slots.second; // the root has no sibling
     buildNode(in, Range{ids.get(), scratch.get(), count}, box, depth, *root, arena);
+    // The packed copy only speeds up traversal: a tree that cannot have one
+    // for lack of memory is still the tree asked for.
+    try {
+        attachPacked(*root, packTree(*root));
+    } catch (const std::bad_alloc&) {
+    }
     return root;
 }

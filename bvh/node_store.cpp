@@ -1,5 +1,7 @@
 #include "bvh/node_store.h"
 
+#include "bvh/packed_tree.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <new>
@@ -25,6 +27,12 @@ struct alignas(64) NodeSlab {
 static_assert(sizeof(NodeSlab) <= kSlabHeaderBytes, "the slab header fits one line");
 
 namespace {
+
+// The header holds the owner's address; its lowest bit, free since slabs are
+// aligned, marks a root with a packed copy.
+uintptr_t& headerOf(void* node) {
+    return *reinterpret_cast<uintptr_t*>(static_cast<char*>(node) - kHeaderBytes);
+}
 
 NodeSlab*& ownerOf(void* node) {
     return *reinterpret_cast<NodeSlab**>(static_cast<char*>(node) - kHeaderBytes);
@@ -84,6 +92,10 @@ std::pair<BVHNode*, BVHNode*> NodeArena::makePair() {
     return {first, second};
 }
 
+void markPacked(BVHNode& root) {
+    headerOf(&root) |= 1;
+}
+
 } // namespace korvex_detail
 
 using korvex_detail::NodeSlab;
@@ -98,6 +110,11 @@ void* BVHNode::operator new(std::size_t size) {
 
 void BVHNode::operator delete(void* node) noexcept {
     if (!node) return;
+    uintptr_t& header = korvex_detail::headerOf(node);
+    if (header & 1) {
+        korvex_detail::detachPacked(static_cast<BVHNode*>(node));
+        header &= ~uintptr_t(1);
+    }
     NodeSlab* slab = korvex_detail::ownerOf(node);
     if (slab)
         korvex_detail::releaseSlab(slab);

@@ -45,4 +45,8 @@ class NodeArena {
     size_t hint_;
 };
 
+// Notes in a builder's root that it has a packed copy, which deleting the
+// root then releases.
+void markPacked(BVHNode& root);
+
 } // namespace korvex_detail

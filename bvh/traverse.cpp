@@ -2,26 +2,16 @@
 #include <korvex/bvh.h>
 
 #include "bvh/line_box.h"
+#include "bvh/packed_tree.h"
+#include "bvh/traverse_rules.h"
 #include "ray/moller_trumbore.h"
 
 #include <cmath>
 #include <vector>
 
-using korvex_detail::LineLanes;
-using korvex_detail::lineLanesOf;
-using korvex_detail::LineSpan;
-using korvex_detail::lineThroughBox;
-using korvex_detail::mollerTrumbore;
+using namespace korvex_detail;
 
 namespace {
-
-// Hits this close to the origin are the surface the ray starts on.
-constexpr float kMinHitDistance = 0.001f;
-
-// Slack on the skip tests below. The triangle test's t and the box's span
-// are computed differently; only for a triangle seen almost edge-on, where
-// the triangle test itself is unreliable, can they differ by this much.
-constexpr float kSpanSlack = 0.01f;
 
 struct Pending {
     const BVHNode* node;
@@ -68,16 +58,6 @@ inline void prefetchVisit(const BVHNode* node) {
     }
 }
 
-// No triangle in a box that the line leaves before the 0.001 floor, or enters
-// only at or past the current nearest hit, can count: its hit would not be
-// strictly nearer. A NaN or infinite span never skips.
-inline bool beyondReach(float enter, float nearest) {
-    return enter - kSpanSlack * std::fabs(enter) >= nearest;
-}
-inline bool behindFloor(float exit) {
-    return exit + kSpanSlack * std::fabs(exit) <= kMinHitDistance;
-}
-
 // The nearest counted hit among the triangles under every box that meets the
 // ray's line (BoundingBox::intersects). Children are visited nearer box
 // first, and a box that cannot hold a counted hit is passed over: a hit only
@@ -94,6 +74,10 @@ bool traverse(const Ray& rayIn, const BVHNode* root, vec3& hitPoint, float& near
     const LineLanes line = lineLanesOf(ray);
     const LineSpan rootSpan = lineThroughBox(line, root->bounds);
     if (!rootSpan.meets) return false;
+    // A tree from the builder answers from its packed copy; a tree made by
+    // hand, or any subtree, is walked node by node.
+    if (const PackedTree* packed = findPacked(root))
+        return traversePacked(*packed, ray, hitPoint, nearestDistance);
 
     float nearest = nearestDistance;
     vec3 point(0.0f);
