@@ -7,6 +7,7 @@
 #include "ray/moller_trumbore_lanes.h"
 
 #include <emmintrin.h>
+#include <cmath>
 #include <limits>
 
 namespace korvex_detail {
@@ -17,18 +18,23 @@ inline __m128 select(__m128 mask, __m128 a, __m128 b) {
     return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
 }
 
+inline __m128 absLanes(__m128 v) {
+    return _mm_andnot_ps(_mm_set1_ps(-0.0f), v);
+}
+
 struct RayLanes {
-    __m128 origin[3], direction[3];
+    __m128 origin[3], direction[3], inverse[3];
 };
 
-// lineThroughBox for four boxes: the same divisions, exchanges and
-// comparisons, lane by lane, so each lane meets, enters and leaves exactly
-// where the one-box test says.
+// Where the line enters and leaves four boxes, and which it meets.
 struct SpanLanes {
     __m128 meets, enter, exit;
 };
 
-inline SpanLanes spansOf(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
+// lineThroughBox for four boxes: the same divisions, exchanges and
+// comparisons, lane by lane, so each lane meets, enters and leaves exactly
+// where the one-box test says, NaN and infinity included.
+inline SpanLanes exactSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
     __m128 near[3], far[3];
     for (int axis = 0; axis < 3; ++axis) {
         const __m128 t1 =
@@ -48,14 +54,56 @@ inline SpanLanes spansOf(const RayLanes& ray, const float lo[3][4], const float 
                      select(_mm_cmplt_ps(far[2], tFar), far[2], tFar)};
 }
 
-inline __m128 absLanes(__m128 v) {
-    return _mm_andnot_ps(_mm_set1_ps(-0.0f), v);
+// The same spans with a multiplication by the direction's reciprocal in place
+// of each division, for a ray whose direction has no zero, tiny, huge or
+// non-finite component and boxes without NaN. A quotient then comes out within
+// four units of rounding of the divided one, so the line meets the box by
+// both measures alike unless where it enters and where it leaves lie within a
+// few units of each other: such lanes are flagged `unsure` and the caller
+// measures them again by division. Where it enters and leaves may be off by
+// those few units, far within the slack of the skip tests.
+struct QuickSpans {
+    SpanLanes span;
+    __m128 unsure;
+};
+
+inline QuickSpans quickSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
+    __m128 near[3], far[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        const __m128 t1 =
+            _mm_mul_ps(_mm_sub_ps(_mm_load_ps(lo[axis]), ray.origin[axis]), ray.inverse[axis]);
+        const __m128 t2 =
+            _mm_mul_ps(_mm_sub_ps(_mm_load_ps(hi[axis]), ray.origin[axis]), ray.inverse[axis]);
+        near[axis] = _mm_min_ps(t1, t2);
+        far[axis] = _mm_max_ps(t1, t2);
+    }
+    const __m128 enter = _mm_max_ps(_mm_max_ps(near[0], near[1]), near[2]);
+    const __m128 exit = _mm_min_ps(_mm_min_ps(far[0], far[1]), far[2]);
+    const __m128 gap = _mm_sub_ps(enter, exit);
+    // 2^-20 relative: four times the worst disagreement; the absolute term
+    // covers quotients in the subnormal range. A NaN gap (infinite spans)
+    // compares false and counts as unsure.
+    const __m128 size = _mm_add_ps(absLanes(enter), absLanes(exit));
+    const __m128 margin =
+        _mm_add_ps(_mm_mul_ps(size, _mm_set1_ps(9.5367432e-7f)), _mm_set1_ps(1e-30f));
+    const __m128 sure = _mm_cmpgt_ps(absLanes(gap), margin);
+    const __m128 allSet = _mm_castsi128_ps(_mm_set1_epi32(-1));
+    return QuickSpans{SpanLanes{_mm_cmple_ps(gap, _mm_setzero_ps()), enter, exit},
+                      _mm_xor_ps(sure, allSet)};
+}
+
+// Whether the multiplying measure may stand in for the dividing one.
+inline bool quickRay(const Ray& ray) {
+    for (int axis = 0; axis < 3; ++axis) {
+        const float d = std::fabs(ray.direction[axis]);
+        if (!std::isfinite(ray.origin[axis]) || !(d >= 1e-30f && d <= 1e30f)) return false;
+    }
+    return true;
 }
 
 struct Pending {
     uint32_t first;
-    uint32_t count; // triangles of a leaf; unused for a quad node
-    uint32_t leaf;
+    uint32_t count; // triangles of a leaf; 0 for a quad node
     float enter;
 };
 
@@ -63,10 +111,16 @@ struct Pending {
 // nodes, each leaving at most three entries behind.
 constexpr int kStack = 128;
 
-inline void prefetchEntry(const PackedTree& tree, uint32_t first, bool leaf) {
-    const char* at = leaf ? reinterpret_cast<const char*>(&tree.corners[9 * size_t(first)])
-                          : reinterpret_cast<const char*>(&tree.nodes[first]);
-    for (int line = 0; line < 4; ++line) __builtin_prefetch(at + 64 * line);
+// A quad node is two lines; a leaf's first four triangles a little over two.
+inline void prefetchEntry(const PackedTree& tree, uint32_t first, uint32_t count) {
+    if (count == 0) {
+        const char* at = reinterpret_cast<const char*>(&tree.nodes[first]);
+        __builtin_prefetch(at);
+        __builtin_prefetch(at + 64);
+        return;
+    }
+    const char* at = reinterpret_cast<const char*>(&tree.corners[9 * size_t(first)]);
+    for (int line = 0; line < 3; ++line) __builtin_prefetch(at + 64 * line);
 }
 
 } // namespace
@@ -77,20 +131,25 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
     for (int axis = 0; axis < 3; ++axis) {
         lanes.origin[axis] = _mm_set1_ps(ray.origin[axis]);
         lanes.direction[axis] = _mm_set1_ps(ray.direction[axis]);
+        lanes.inverse[axis] = _mm_set1_ps(1.0f / ray.direction[axis]);
     }
+    // Nested boxes and a plain ray: the line meets a box only if it meets
+    // its parent's, so the parents' boxes need no second test.
+    const bool quick = tree.nested && quickRay(ray);
     const Lanes3 origin = splat(ray.origin), direction = splat(ray.direction);
     const __m128 slack = _mm_set1_ps(kSpanSlack), floor = _mm_set1_ps(kMinHitDistance);
+    const __m128i noEntry = _mm_set1_epi32(-1);
 
     float nearest = nearestDistance;
     vec3 point(0.0f);
     bool found = false;
     Pending stack[kStack];
     int size = 0;
-    stack[size++] = Pending{0, 0, 0, -std::numeric_limits<float>::infinity()};
+    stack[size++] = Pending{0, 0, -std::numeric_limits<float>::infinity()};
     while (size != 0) {
         const Pending pending = stack[--size];
         if (beyondReach(pending.enter, nearest)) continue;
-        if (pending.leaf) {
+        if (pending.count != 0) {
             const float* corners = &tree.corners[9 * size_t(pending.first)];
             for (uint32_t start = 0; start < pending.count; start += 4) {
                 const float* c = corners + 9 * size_t(start);
@@ -118,18 +177,32 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
             continue;
         }
         const QuadNode& quad = tree.nodes[pending.first];
-        const SpanLanes own = spansOf(lanes, quad.ownLo, quad.ownHi);
-        const SpanLanes gate = spansOf(lanes, quad.gateLo, quad.gateHi);
+        const int valid =
+            ~_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(
+                _mm_load_si128(reinterpret_cast<const __m128i*>(quad.first)), noEntry))) &
+            15;
+        SpanLanes span;
+        int meets;
+        const QuickSpans fast = quick ? quickSpans(lanes, quad.lo, quad.hi) : QuickSpans{};
+        if (quick && !(_mm_movemask_ps(fast.unsure) & valid)) {
+            span = fast.span;
+            meets = _mm_movemask_ps(span.meets);
+        } else {
+            span = exactSpans(lanes, quad.lo, quad.hi);
+            meets = _mm_movemask_ps(span.meets);
+            if (!quick) {
+                const QuadGates& gates = tree.gates[pending.first];
+                meets &= _mm_movemask_ps(exactSpans(lanes, gates.lo, gates.hi).meets);
+            }
+        }
         const __m128 pastFloor =
-            _mm_cmple_ps(_mm_add_ps(own.exit, _mm_mul_ps(slack, absLanes(own.exit))), floor);
+            _mm_cmple_ps(_mm_add_ps(span.exit, _mm_mul_ps(slack, absLanes(span.exit))), floor);
         const __m128 pastReach = _mm_cmpge_ps(
-            _mm_sub_ps(own.enter, _mm_mul_ps(slack, absLanes(own.enter))), _mm_set1_ps(nearest));
-        const int enterable = _mm_movemask_ps(_mm_and_ps(own.meets, gate.meets)) &
-                              ~_mm_movemask_ps(_mm_or_ps(pastFloor, pastReach)) &
-                              static_cast<int>(quad.validMask);
+            _mm_sub_ps(span.enter, _mm_mul_ps(slack, absLanes(span.enter))), _mm_set1_ps(nearest));
+        const int enterable = meets & valid & ~_mm_movemask_ps(_mm_or_ps(pastFloor, pastReach));
         if (!enterable) continue;
         float enter[4];
-        _mm_storeu_ps(enter, own.enter);
+        _mm_storeu_ps(enter, span.enter);
         // Nearest entry first: sorted by where the line enters, and pushed
         // farthest first.
         int order[4], count = 0;
@@ -138,12 +211,11 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
             int i = count++;
             for (; i > 0 && enter[lane] < enter[order[i - 1]]; --i) order[i] = order[i - 1];
             order[i] = lane;
-            prefetchEntry(tree, quad.first[lane], quad.leafMask >> lane & 1);
+            prefetchEntry(tree, quad.first[lane], quad.count[lane]);
         }
         for (int i = count - 1; i >= 0; --i) {
             const int lane = order[i];
-            stack[size++] =
-                Pending{quad.first[lane], quad.count[lane], quad.leafMask >> lane & 1, enter[lane]};
+            stack[size++] = Pending{quad.first[lane], quad.count[lane], enter[lane]};
         }
     }
     if (found) {

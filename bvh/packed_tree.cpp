@@ -2,6 +2,7 @@
 #include "bvh/packed_tree.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace korvex_detail {
@@ -24,36 +25,45 @@ class Packer {
     uint32_t pack(const BVHNode& node) {
         const size_t index = tree_.nodes.size();
         tree_.nodes.emplace_back();
+        tree_.gates.emplace_back();
         QuadNode quad{};
+        QuadGates gates{};
+        for (uint32_t& first : quad.first) first = kNoEntry;
         const BVHNode* children[2] = {node.left.get(), node.right.get()};
         for (int c = 0; c < 2; ++c) {
             const BVHNode* child = children[c];
             if (!child) continue;
             if (isLeaf(*child)) {
-                place(quad, 2 * c, *child, *child);
+                place(quad, gates, 2 * c, *child, *child);
                 continue;
             }
-            if (child->left) place(quad, 2 * c, *child->left, *child);
-            if (child->right) place(quad, 2 * c + 1, *child->right, *child);
+            if (child->left) place(quad, gates, 2 * c, *child->left, *child);
+            if (child->right) place(quad, gates, 2 * c + 1, *child->right, *child);
         }
         tree_.nodes[index] = quad;
+        tree_.gates[index] = gates;
         return static_cast<uint32_t>(index);
     }
 
   private:
-    void place(QuadNode& quad, int lane, const BVHNode& entry, const BVHNode& gate) {
+    void place(QuadNode& quad, QuadGates& gates, int lane, const BVHNode& entry,
+               const BVHNode& gate) {
         for (int axis = 0; axis < 3; ++axis) {
-            quad.ownLo[axis][lane] = entry.bounds.min[axis];
-            quad.ownHi[axis][lane] = entry.bounds.max[axis];
-            quad.gateLo[axis][lane] = gate.bounds.min[axis];
-            quad.gateHi[axis][lane] = gate.bounds.max[axis];
+            const float lo = entry.bounds.min[axis], hi = entry.bounds.max[axis];
+            const float gateLo = gate.bounds.min[axis], gateHi = gate.bounds.max[axis];
+            quad.lo[axis][lane] = lo;
+            quad.hi[axis][lane] = hi;
+            gates.lo[axis][lane] = gateLo;
+            gates.hi[axis][lane] = gateHi;
+            if (!(std::isfinite(lo) && std::isfinite(hi) && gateLo <= lo && hi <= gateHi &&
+                  std::isfinite(gateLo) && std::isfinite(gateHi)))
+                tree_.nested = false;
         }
-        quad.validMask |= 1u << lane;
         if (!isLeaf(entry)) {
             quad.first[lane] = pack(entry);
             return;
         }
-        quad.leafMask |= 1u << lane;
+        if (entry.triangles.empty()) return; // nothing to test: the lane stays empty
         quad.first[lane] = static_cast<uint32_t>(tree_.triangleCount);
         quad.count[lane] = static_cast<uint32_t>(entry.triangles.size());
         for (const Triangle& t : entry.triangles) {
@@ -67,15 +77,16 @@ class Packer {
     PackedTree& tree_;
 };
 
-// Counts what the copy will hold, so that both arrays are sized once.
-void measure(const BVHNode& node, size_t& triangles, size_t& inner) {
+// Counts what the copy will hold, so that the arrays are sized once: a quad
+// node stands for each inner node an even number of levels below the root.
+void measure(const BVHNode& node, bool even, size_t& triangles, size_t& quads) {
     if (isLeaf(node)) {
         triangles += node.triangles.size();
         return;
     }
-    ++inner;
-    if (node.left) measure(*node.left, triangles, inner);
-    if (node.right) measure(*node.right, triangles, inner);
+    quads += even;
+    if (node.left) measure(*node.left, !even, triangles, quads);
+    if (node.right) measure(*node.right, !even, triangles, quads);
 }
 
 } // namespace
@@ -83,11 +94,12 @@ void measure(const BVHNode& node, size_t& triangles, size_t& inner) {
 std::unique_ptr<PackedTree> packTree(const BVHNode& root) {
 #if defined(__SSE2__)
     if (isLeaf(root)) return nullptr;
-    size_t triangles = 0, inner = 0;
-    measure(root, triangles, inner);
+    size_t triangles = 0, quads = 0;
+    measure(root, true, triangles, quads);
     if (triangles + kPaddingTriangles > std::numeric_limits<uint32_t>::max()) return nullptr;
     auto tree = std::make_unique<PackedTree>();
-    tree->nodes.reserve(inner);
+    tree->nodes.reserve(quads);
+    tree->gates.reserve(quads);
     tree->corners.reserve(9 * (triangles + kPaddingTriangles));
     Packer(*tree).pack(root);
     tree->corners.resize(9 * (triangles + kPaddingTriangles), 0.0f);

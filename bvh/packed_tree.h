@@ -20,24 +20,32 @@
 
 namespace korvex_detail {
 
-// The four grandchildren of a binary node, as lanes. Lanes 0 and 1 lie under
-// the node's left child and lanes 2 and 3 under its right one; a child that
-// is a leaf takes the even lane itself and leaves the odd one empty. `own` is
-// each entry's box and `gate` the box of the child above it: the plain
-// traversal tests the child before the grandchild, so both are tested here.
+// The four grandchildren of a binary node, as lanes, in two cache lines.
+// Lanes 0 and 1 lie under the node's left child and lanes 2 and 3 under its
+// right one; a child that is a leaf takes the even lane itself and leaves the
+// odd one empty. A leaf without triangles leaves its lane empty too.
 struct alignas(64) QuadNode {
-    float ownLo[3][4], ownHi[3][4];
-    float gateLo[3][4], gateHi[3][4];
-    uint32_t first[4];  // an inner entry's quad node, or a leaf's first triangle
-    uint32_t count[4];  // a leaf's number of triangles
-    uint32_t leafMask;  // bit per lane that is a leaf
-    uint32_t validMask; // bit per lane that holds an entry
+    float lo[3][4], hi[3][4]; // each entry's box
+    uint32_t first[4];        // an inner entry's quad node, a leaf's first triangle, or kNoEntry
+    uint32_t count[4];        // a leaf's number of triangles; 0 for an inner entry
+};
+constexpr uint32_t kNoEntry = 0xFFFFFFFFu;
+
+// The box of the child above each entry of the quad node of the same number.
+// The plain traversal tests a child before its children. Where every box lies
+// inside its parent's and no coordinate is NaN or infinite, an entry's line
+// test implies its parent's for a ray whose spans hold no NaN, and these boxes
+// need no second look.
+struct QuadGates {
+    float lo[3][4], hi[3][4];
 };
 
 struct PackedTree {
-    std::vector<QuadNode> nodes; // node 0 stands for the root
-    std::vector<float> corners;  // nine floats a triangle (p0, p1, p2), leaf after leaf
-    size_t triangleCount = 0;    // the padding after the last triangle is not counted
+    std::vector<QuadNode> nodes;  // node 0 stands for the root
+    std::vector<QuadGates> gates; // one per node
+    std::vector<float> corners;   // nine floats a triangle (p0, p1, p2), leaf after leaf
+    size_t triangleCount = 0;     // the padding after the last triangle is not counted
+    bool nested = true;           // every box finite and inside its parent's
 };
 
 // The packed copy of the tree under `root`, or null when it would not help

@@ -1,0 +1,153 @@
+// A built tree answers rays from a packed copy of itself; a hand-made tree, or the same nodes
+// under a hand-made root, are walked node by node. Both must report the very same hit, above
+// all where the packed copy's quicker box test is least sure of itself: rays along the axes,
+// boxes of zero width, origins on box faces, rays that run within a face, extreme scales, NaN
+// corners.
+#include <korvex/bvh.h>
+#include <korvex/ray.h>
+
+#include "test_meshes.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+
+using testmesh::sameBits;
+
+namespace {
+
+struct Hit {
+    bool hit = false;
+    vec3 point{-7.0f};
+    float distance = kFloatMax;
+    bool operator==(const Hit& o) const {
+        return hit == o.hit && sameBits(point, o.point) &&
+               std::memcmp(&distance, &o.distance, sizeof distance) == 0;
+    }
+};
+
+Hit query(const BVHNode* root, const Ray& ray, float limit = kFloatMax) {
+    Hit h;
+    h.distance = limit;
+    h.hit = RayIntersectsBVH(ray, root, h.point, h.distance);
+    return h;
+}
+
+// A lattice of axis-aligned unit squares in the three planes: boxes of zero width and boxes
+// that share faces, everywhere.
+std::vector<Triangle> lattice(int n, float scale) {
+    std::vector<Triangle> tris;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            for (int k = 0; k < 3; ++k) {
+                vec3 a(0.0f), u(0.0f), v(0.0f);
+                a[k] = static_cast<float>((i + j) % n);
+                a[(k + 1) % 3] = static_cast<float>(i);
+                a[(k + 2) % 3] = static_cast<float>(j);
+                u[(k + 1) % 3] = 1.0f;
+                v[(k + 2) % 3] = 1.0f;
+                tris.emplace_back(a * scale, (a + u) * scale, (a + u + v) * scale);
+                tris.emplace_back(a * scale, (a + u + v) * scale, (a + v) * scale);
+            }
+    return tris;
+}
+
+// Rays that start on corners, faces and edges of the geometry, along axes and within faces,
+// with direction components of every awkward size.
+std::vector<Ray> awkwardRays(const std::vector<Triangle>& tris, size_t count, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    const float sizes[] = {0.0f, -0.0f, 1e-35f, -1e-30f, 1e-7f, 1.0f, -1.0f, 3e30f, 1e35f};
+    std::vector<Ray> rays;
+    for (size_t i = 0; i < count; ++i) {
+        const Triangle& a = tris[rng() % tris.size()];
+        const Triangle& b = tris[rng() % tris.size()];
+        vec3 origin = a.p0 + (b.p1 - a.p0) * (unit(rng) * 1.5f);
+        if (i % 4 == 0) origin = a.p1; // on a corner, so on faces of several boxes
+        if (i % 4 == 1) origin[rng() % 3] = a.p2[rng() % 3];
+        vec3 direction = b.p2 - origin;
+        for (int axis = 0; axis < 3; ++axis)
+            if (rng() % 4 == 0) direction[axis] = sizes[rng() % 9];
+        if (i % 9 == 0) direction = vec3(0.0f), direction[rng() % 3] = unit(rng) < 0 ? -1.0f : 2.0f;
+        rays.emplace_back(origin, direction);
+    }
+    return rays;
+}
+
+// Every ray through the built tree (packed), then through the same nodes under a hand-made
+// root (walked): the answers must agree bit for bit, with and without a limit.
+void expectPackedMatchesWalk(const std::vector<Triangle>& tris, const std::vector<Ray>& rays,
+                             const char* what) {
+    std::unique_ptr<BVHNode> built = createBVHNode(tris, 0);
+    ASSERT_TRUE(built && built->left) << what;
+    std::vector<Hit> packed, limited;
+    for (const Ray& ray : rays) {
+        packed.push_back(query(built.get(), ray));
+        limited.push_back(query(built.get(), ray, packed.back().distance * 1.0001f));
+    }
+    BVHNode walked;
+    walked.bounds = built->bounds;
+    walked.left = std::move(built->left);
+    walked.right = std::move(built->right);
+    size_t hits = 0, mismatches = 0;
+    for (size_t i = 0; i < rays.size(); ++i) {
+        const Hit expected = query(&walked, rays[i]);
+        hits += expected.hit;
+        mismatches += !(packed[i] == expected);
+        mismatches += !(limited[i] == query(&walked, rays[i], expected.distance * 1.0001f));
+    }
+    EXPECT_EQ(mismatches, 0u) << what;
+    EXPECT_GT(hits, rays.size() / 20) << what;
+}
+
+} // namespace
+
+TEST(BvhPacked, AnswersAsTheNodeWalkWhereTheQuickBoxTestIsUnsure) {
+    const std::vector<Triangle> soup = testmesh::randomSoup(3000, 20.0f, 4).soup();
+    expectPackedMatchesWalk(soup, awkwardRays(soup, 3000, 1), "soup");
+    for (float scale : {1.0f, 1e-2f, 1e9f, 3.0e-3f}) {
+        const std::vector<Triangle> grid = lattice(14, scale);
+        expectPackedMatchesWalk(grid, awkwardRays(grid, 3000, 2), "lattice");
+    }
+    const std::vector<Triangle> bunny = testmesh::bunny().soup();
+    expectPackedMatchesWalk(bunny, awkwardRays(bunny, 2000, 3), "bunny");
+
+    // NaN and infinite corners leave boxes that do not nest, so every parent box is tested
+    // again; the rays still come from the finite triangles.
+    std::vector<Triangle> broken = soup;
+    for (size_t i = 0; i < broken.size(); i += 97) broken[i].p1.y = NAN;
+    for (size_t i = 5; i < broken.size(); i += 131) broken[i].p2.x = INFINITY;
+    expectPackedMatchesWalk(broken, awkwardRays(soup, 2000, 5), "non-finite corners");
+}
+
+// Trees come and go; a root's packed copy must go with it, or a later tree at the same address
+// would answer from the old one. Many trees alive at once must each answer for itself.
+TEST(BvhPacked, EachTreeAnswersForItselfAcrossBuildsAndReleases) {
+    std::vector<std::vector<Triangle>> soups;
+    for (unsigned s = 0; s < 6; ++s)
+        soups.push_back(testmesh::randomSoup(400, 10.0f, 50 + s).soup());
+    const Ray ray(vec3(0.3f, -0.2f, 30.0f), vec3(0.01f, 0.02f, -1.0f));
+    auto brute = [&](const std::vector<Triangle>& tris) {
+        Hit best;
+        for (const Triangle& t : tris) {
+            vec3 p;
+            float d;
+            if (RayIntersectsTriangle(ray, t.p0, t.p1, t.p2, p, d) && d > 0.001f &&
+                d < best.distance)
+                best = Hit{true, p, d};
+        }
+        return best;
+    };
+    for (int round = 0; round < 60; ++round) {
+        const auto& tris = soups[round % soups.size()];
+        std::unique_ptr<BVHNode> root = createBVHNode(tris, 0);
+        ASSERT_EQ(query(root.get(), ray), brute(tris)) << round;
+        if (round % 2) getBVHRoot(std::move(root));
+    }
+    std::vector<std::unique_ptr<BVHNode>> alive;
+    for (int k = 0; k < 300; ++k) alive.push_back(createBVHNode(soups[k % soups.size()], 0));
+    for (int k = 0; k < 300; ++k)
+        ASSERT_EQ(query(alive[k].get(), ray), brute(soups[k % soups.size()])) << k;
+}
