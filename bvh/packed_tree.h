@@ -36,7 +36,7 @@ constexpr uint32_t kNoEntry = 0xFFFFFFFFu;
 // inside its parent's and no coordinate is NaN or infinite, an entry's line
 // test implies its parent's for a ray whose spans hold no NaN, and these boxes
 // need no second look.
-struct QuadGates {
+struct alignas(16) QuadGates {
     float lo[3][4], hi[3][4];
 };
 

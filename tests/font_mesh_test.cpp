@@ -118,8 +118,10 @@ std::string checkGlyph(const Rings& rings, size_t& skipped) {
 }
 
 TEST(FontMesh, EveryGlyphOfTheDefaultFontExtrudesToAClosedSolid) {
-    const std::vector<unsigned> codepoints =
-        fontCodepoints(fonttest::readFile("../content/Fonts/uk.ttf"));
+    const fonttest::Bytes font = fonttest::readFile("../content/Fonts/uk.ttf");
+    ASSERT_GT(font.size(), 1000u)
+        << "the default font is read from ../content/Fonts: run from bin/";
+    const std::vector<unsigned> codepoints = fontCodepoints(font);
     ASSERT_GT(codepoints.size(), 5000u) << "DejaVu Sans maps 5918 code points";
     std::vector<std::string> batches;
     for (size_t i = 0; i < codepoints.size(); i += kBatch) {
