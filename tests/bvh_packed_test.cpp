@@ -6,27 +6,20 @@
 #include <korvex/bvh.h>
 #include <korvex/ray.h>
 
+#include "bvh_oracle.h"
 #include "test_meshes.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <random>
+#include <thread>
 
-using testmesh::sameBits;
+using bvhtest::bruteForce;
+using bvhtest::Hit;
+using bvhtest::sameHit;
 
 namespace {
-
-struct Hit {
-    bool hit = false;
-    vec3 point{-7.0f};
-    float distance = kFloatMax;
-    bool operator==(const Hit& o) const {
-        return hit == o.hit && sameBits(point, o.point) &&
-               std::memcmp(&distance, &o.distance, sizeof distance) == 0;
-    }
-};
 
 Hit query(const BVHNode* root, const Ray& ray, float limit = kFloatMax) {
     Hit h;
@@ -95,8 +88,8 @@ void expectPackedMatchesWalk(const std::vector<Triangle>& tris, const std::vecto
     for (size_t i = 0; i < rays.size(); ++i) {
         const Hit expected = query(&walked, rays[i]);
         hits += expected.hit;
-        mismatches += !(packed[i] == expected);
-        mismatches += !(limited[i] == query(&walked, rays[i], expected.distance * 1.0001f));
+        mismatches += !sameHit(packed[i], expected);
+        mismatches += !sameHit(limited[i], query(&walked, rays[i], expected.distance * 1.0001f));
     }
     EXPECT_EQ(mismatches, 0u) << what;
     EXPECT_GT(hits, rays.size() / 20) << what;
@@ -129,25 +122,40 @@ TEST(BvhPacked, EachTreeAnswersForItselfAcrossBuildsAndReleases) {
     for (unsigned s = 0; s < 6; ++s)
         soups.push_back(testmesh::randomSoup(400, 10.0f, 50 + s).soup());
     const Ray ray(vec3(0.3f, -0.2f, 30.0f), vec3(0.01f, 0.02f, -1.0f));
-    auto brute = [&](const std::vector<Triangle>& tris) {
-        Hit best;
-        for (const Triangle& t : tris) {
-            vec3 p;
-            float d;
-            if (RayIntersectsTriangle(ray, t.p0, t.p1, t.p2, p, d) && d > 0.001f &&
-                d < best.distance)
-                best = Hit{true, p, d};
-        }
-        return best;
-    };
     for (int round = 0; round < 60; ++round) {
         const auto& tris = soups[round % soups.size()];
         std::unique_ptr<BVHNode> root = createBVHNode(tris, 0);
-        ASSERT_EQ(query(root.get(), ray), brute(tris)) << round;
+        ASSERT_TRUE(sameHit(query(root.get(), ray), bruteForce(tris, ray))) << round;
         if (round % 2) getBVHRoot(std::move(root));
     }
     std::vector<std::unique_ptr<BVHNode>> alive;
     for (int k = 0; k < 300; ++k) alive.push_back(createBVHNode(soups[k % soups.size()], 0));
     for (int k = 0; k < 300; ++k)
-        ASSERT_EQ(query(alive[k].get(), ray), brute(soups[k % soups.size()])) << k;
+        ASSERT_TRUE(sameHit(query(alive[k].get(), ray), bruteForce(soups[k % soups.size()], ray)))
+            << k;
+}
+
+// Editors build trees on worker threads while other threads query theirs: the table of packed
+// copies is written by builds and releases while it is read by queries.
+TEST(BvhConcurrency, TreesBuiltQueriedAndReleasedOnSeveralThreadsAtOnce) {
+    const std::vector<Triangle> shared = testmesh::randomSoup(2000, 10.0f, 71).soup();
+    const auto sharedRoot = createBVHNode(shared, 0);
+    const Ray ray(vec3(0.2f, 0.1f, 30.0f), vec3(0.0f, 0.01f, -1.0f));
+    const Hit expected = query(sharedRoot.get(), ray);
+    ASSERT_TRUE(expected.hit);
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < 4; ++k)
+        threads.emplace_back([&, k] {
+            const std::vector<Triangle> own =
+                testmesh::randomSoup(300, 10.0f, 80 + static_cast<unsigned>(k)).soup();
+            const Hit ownExpected = bruteForce(own, ray);
+            for (int round = 0; round < 15; ++round) {
+                const auto root = createBVHNode(own, 0);
+                mismatches[k] += !sameHit(query(root.get(), ray), ownExpected);
+                mismatches[k] += !sameHit(query(sharedRoot.get(), ray), expected);
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }

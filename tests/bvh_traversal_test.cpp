@@ -4,6 +4,7 @@
 #include <korvex/ray.h>
 
 #include "../bvh/line_box.h"
+#include "bvh_oracle.h"
 #include "test_meshes.h"
 
 #include <gtest/gtest.h>
@@ -12,37 +13,18 @@
 #include <random>
 #include <thread>
 
+using bvhtest::bruteForce;
+using bvhtest::Hit;
+using bvhtest::sameHit;
 using testmesh::sameBits;
 
 namespace {
-
-struct Hit {
-    bool hit = false;
-    vec3 point{-7.0f};
-    float distance = kFloatMax;
-};
-
-// The oracle: every triangle, t above 0.001 and strictly below the best.
-Hit bruteForce(const std::vector<Triangle>& tris, const Ray& ray) {
-    Hit best;
-    for (const Triangle& t : tris) {
-        vec3 p;
-        float d;
-        if (RayIntersectsTriangle(ray, t.p0, t.p1, t.p2, p, d) && d > 0.001f && d < best.distance)
-            best = Hit{true, p, d};
-    }
-    return best;
-}
 
 Hit throughBvh(const BVHNode* root, const Ray& ray, bool flagged = false, bool flag = false) {
     Hit h;
     h.hit = flagged ? RayIntersectsBVHDoublePoly(ray, root, h.point, h.distance, flag)
                     : RayIntersectsBVH(ray, root, h.point, h.distance);
     return h;
-}
-
-bool sameHit(const Hit& a, const Hit& b) {
-    return a.hit == b.hit && sameBits(a.point, b.point) && a.distance == b.distance;
 }
 
 // Rays from inside and outside the soup, some with direction components exactly zero (the box
