@@ -79,24 +79,36 @@ class Packer {
 
 // Counts what the copy will hold, so that the arrays are sized once: a quad
 // node stands for each inner node an even number of levels below the root.
-void measure(const BVHNode& node, bool even, size_t& triangles, size_t& quads) {
+struct Measure {
+    size_t triangles = 0, quads = 0;
+    int levels = 0;
+};
+
+void measure(const BVHNode& node, int level, Measure& m) {
+    m.levels = std::max(m.levels, level + 1);
     if (isLeaf(node)) {
-        triangles += node.triangles.size();
+        m.triangles += node.triangles.size();
         return;
     }
-    quads += even;
-    if (node.left) measure(*node.left, !even, triangles, quads);
-    if (node.right) measure(*node.right, !even, triangles, quads);
+    m.quads += level % 2 == 0;
+    if (node.left) measure(*node.left, level + 1, m);
+    if (node.right) measure(*node.right, level + 1, m);
 }
+
+// The traversal's fixed stack holds the pending entries of this many levels.
+constexpr int kMaxLevels = 65;
 
 } // namespace
 
 std::unique_ptr<PackedTree> packTree(const BVHNode& root) {
 #if defined(__SSE2__)
     if (isLeaf(root)) return nullptr;
-    size_t triangles = 0, quads = 0;
-    measure(root, true, triangles, quads);
-    if (triangles + kPaddingTriangles > std::numeric_limits<uint32_t>::max()) return nullptr;
+    Measure m;
+    measure(root, 0, m);
+    if (m.levels > kMaxLevels ||
+        m.triangles + kPaddingTriangles > std::numeric_limits<uint32_t>::max())
+        return nullptr;
+    const size_t triangles = m.triangles, quads = m.quads;
     auto tree = std::make_unique<PackedTree>();
     tree->nodes.reserve(quads);
     tree->gates.reserve(quads);
