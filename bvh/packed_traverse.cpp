@@ -145,10 +145,57 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
     bool found = false;
     Pending stack[kStack];
     int size = 0;
-    stack[size++] = Pending{0, 0, -std::numeric_limits<float>::infinity()};
-    while (size != 0) {
-        const Pending pending = stack[--size];
-        if (beyondReach(pending.enter, nearest)) continue;
+    // Tests a quad node's four boxes, pushes the entries worth entering but
+    // the nearest, and makes that one `at`. False when none is worth it.
+    auto visitQuad = [&](Pending& at) {
+        const QuadNode& quad = tree.nodes[at.first];
+        const int valid =
+            ~_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(
+                _mm_load_si128(reinterpret_cast<const __m128i*>(quad.first)), noEntry))) &
+            15;
+        SpanLanes span;
+        int meets;
+        const QuickSpans fast = quick ? quickSpans(lanes, quad.lo, quad.hi) : QuickSpans{};
+        if (quick && !(_mm_movemask_ps(fast.unsure) & valid)) {
+            span = fast.span;
+            meets = _mm_movemask_ps(span.meets);
+        } else {
+            span = exactSpans(lanes, quad.lo, quad.hi);
+            meets = _mm_movemask_ps(span.meets);
+            if (!quick) {
+                const QuadGates& gates = tree.gates[at.first];
+                meets &= _mm_movemask_ps(exactSpans(lanes, gates.lo, gates.hi).meets);
+            }
+        }
+        const __m128 pastFloor =
+            _mm_cmple_ps(_mm_add_ps(span.exit, _mm_mul_ps(slack, absLanes(span.exit))), floor);
+        const __m128 pastReach = _mm_cmpge_ps(
+            _mm_sub_ps(span.enter, _mm_mul_ps(slack, absLanes(span.enter))), _mm_set1_ps(nearest));
+        const int enterable = meets & valid & ~_mm_movemask_ps(_mm_or_ps(pastFloor, pastReach));
+        if (!enterable) return false;
+        float enter[4];
+        _mm_storeu_ps(enter, span.enter);
+        // Nearest entry first: sorted by where the line enters, and pushed
+        // farthest first.
+        int order[4], count = 0;
+        for (int lane = 0; lane < 4; ++lane) {
+            if (!(enterable >> lane & 1)) continue;
+            int i = count++;
+            for (; i > 0 && enter[lane] < enter[order[i - 1]]; --i) order[i] = order[i - 1];
+            order[i] = lane;
+            prefetchEntry(tree, quad.first[lane], quad.count[lane]);
+        }
+        for (int i = count - 1; i > 0; --i) {
+            const int lane = order[i];
+            stack[size++] = Pending{quad.first[lane], quad.count[lane], enter[lane]};
+        }
+        at = Pending{quad.first[order[0]], quad.count[order[0]], enter[order[0]]};
+        return true;
+    };
+    // The entry in hand; the nearest of a quad node's entries is taken next
+    // without a trip through the stack.
+    Pending pending{0, 0, -std::numeric_limits<float>::infinity()};
+    for (;;) {
         if (pending.count != 0) {
             const float* corners = &tree.corners[9 * size_t(pending.first)];
             for (uint32_t start = 0; start < pending.count; start += 4) {
@@ -174,49 +221,16 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
                     found = true;
                 }
             }
+        } else if (visitQuad(pending)) {
             continue;
         }
-        const QuadNode& quad = tree.nodes[pending.first];
-        const int valid =
-            ~_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(
-                _mm_load_si128(reinterpret_cast<const __m128i*>(quad.first)), noEntry))) &
-            15;
-        SpanLanes span;
-        int meets;
-        const QuickSpans fast = quick ? quickSpans(lanes, quad.lo, quad.hi) : QuickSpans{};
-        if (quick && !(_mm_movemask_ps(fast.unsure) & valid)) {
-            span = fast.span;
-            meets = _mm_movemask_ps(span.meets);
-        } else {
-            span = exactSpans(lanes, quad.lo, quad.hi);
-            meets = _mm_movemask_ps(span.meets);
-            if (!quick) {
-                const QuadGates& gates = tree.gates[pending.first];
-                meets &= _mm_movemask_ps(exactSpans(lanes, gates.lo, gates.hi).meets);
-            }
+        // The next pending entry that can still hold a nearer hit.
+        bool more = false;
+        while (size != 0 && !more) {
+            pending = stack[--size];
+            more = !beyondReach(pending.enter, nearest);
         }
-        const __m128 pastFloor =
-            _mm_cmple_ps(_mm_add_ps(span.exit, _mm_mul_ps(slack, absLanes(span.exit))), floor);
-        const __m128 pastReach = _mm_cmpge_ps(
-            _mm_sub_ps(span.enter, _mm_mul_ps(slack, absLanes(span.enter))), _mm_set1_ps(nearest));
-        const int enterable = meets & valid & ~_mm_movemask_ps(_mm_or_ps(pastFloor, pastReach));
-        if (!enterable) continue;
-        float enter[4];
-        _mm_storeu_ps(enter, span.enter);
-        // Nearest entry first: sorted by where the line enters, and pushed
-        // farthest first.
-        int order[4], count = 0;
-        for (int lane = 0; lane < 4; ++lane) {
-            if (!(enterable >> lane & 1)) continue;
-            int i = count++;
-            for (; i > 0 && enter[lane] < enter[order[i - 1]]; --i) order[i] = order[i - 1];
-            order[i] = lane;
-            prefetchEntry(tree, quad.first[lane], quad.count[lane]);
-        }
-        for (int i = count - 1; i >= 0; --i) {
-            const int lane = order[i];
-            stack[size++] = Pending{quad.first[lane], quad.count[lane], enter[lane]};
-        }
+        if (!more) break;
     }
     if (found) {
         nearestDistance = nearest;
