@@ -31,16 +31,25 @@ struct SpanLanes {
     __m128 meets, enter, exit;
 };
 
+// Where the line crosses the two planes of each box on one axis: by division,
+// as the one-box test does, or by the direction's reciprocal.
+template <bool Divide>
+inline void planeCrossings(const RayLanes& ray, const float lo[3][4], const float hi[3][4],
+                           int axis, __m128& t1, __m128& t2) {
+    const __m128 toLo = _mm_sub_ps(_mm_load_ps(lo[axis]), ray.origin[axis]);
+    const __m128 toHi = _mm_sub_ps(_mm_load_ps(hi[axis]), ray.origin[axis]);
+    t1 = Divide ? _mm_div_ps(toLo, ray.direction[axis]) : _mm_mul_ps(toLo, ray.inverse[axis]);
+    t2 = Divide ? _mm_div_ps(toHi, ray.direction[axis]) : _mm_mul_ps(toHi, ray.inverse[axis]);
+}
+
 // lineThroughBox for four boxes: the same divisions, exchanges and
 // comparisons, lane by lane, so each lane meets, enters and leaves exactly
 // where the one-box test says, NaN and infinity included.
 inline SpanLanes exactSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
     __m128 near[3], far[3];
     for (int axis = 0; axis < 3; ++axis) {
-        const __m128 t1 =
-            _mm_div_ps(_mm_sub_ps(_mm_load_ps(lo[axis]), ray.origin[axis]), ray.direction[axis]);
-        const __m128 t2 =
-            _mm_div_ps(_mm_sub_ps(_mm_load_ps(hi[axis]), ray.origin[axis]), ray.direction[axis]);
+        __m128 t1, t2;
+        planeCrossings<true>(ray, lo, hi, axis, t1, t2);
         const __m128 swap = _mm_cmpgt_ps(t1, t2);
         near[axis] = select(swap, t2, t1);
         far[axis] = select(swap, t1, t2);
@@ -70,10 +79,8 @@ struct QuickSpans {
 inline QuickSpans quickSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
     __m128 near[3], far[3];
     for (int axis = 0; axis < 3; ++axis) {
-        const __m128 t1 =
-            _mm_mul_ps(_mm_sub_ps(_mm_load_ps(lo[axis]), ray.origin[axis]), ray.inverse[axis]);
-        const __m128 t2 =
-            _mm_mul_ps(_mm_sub_ps(_mm_load_ps(hi[axis]), ray.origin[axis]), ray.inverse[axis]);
+        __m128 t1, t2;
+        planeCrossings<false>(ray, lo, hi, axis, t1, t2);
         near[axis] = _mm_min_ps(t1, t2);
         far[axis] = _mm_max_ps(t1, t2);
     }

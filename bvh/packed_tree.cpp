@@ -64,14 +64,13 @@ class Packer {
             return;
         }
         if (entry.triangles.empty()) return; // nothing to test: the lane stays empty
-        quad.first[lane] = static_cast<uint32_t>(tree_.triangleCount);
+        quad.first[lane] = static_cast<uint32_t>(tree_.corners.size() / 9);
         quad.count[lane] = static_cast<uint32_t>(entry.triangles.size());
         for (const Triangle& t : entry.triangles) {
             const float corners[9] = {t.p0.x, t.p0.y, t.p0.z, t.p1.x, t.p1.y,
                                       t.p1.z, t.p2.x, t.p2.y, t.p2.z};
             tree_.corners.insert(tree_.corners.end(), corners, corners + 9);
         }
-        tree_.triangleCount += entry.triangles.size();
     }
 
     PackedTree& tree_;

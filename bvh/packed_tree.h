@@ -43,8 +43,8 @@ struct alignas(16) QuadGates {
 struct PackedTree {
     std::vector<QuadNode> nodes;  // node 0 stands for the root
     std::vector<QuadGates> gates; // one per node
-    std::vector<float> corners;   // nine floats a triangle (p0, p1, p2), leaf after leaf
-    size_t triangleCount = 0;     // the padding after the last triangle is not counted
+    std::vector<float> corners;   // nine floats a triangle (p0, p1, p2), leaf after leaf, then
+                                  // four triangles of zeros for the four-lane loads to run into
     bool nested = true;           // every box finite and inside its parent's
 };
 
