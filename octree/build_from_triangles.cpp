@@ -2,10 +2,12 @@
 // built by asynchronous tasks.
 #include <korvex/octree.h>
 
+#include "octree/built_roots.h"
 #include "octree/triangle_number.h"
 
 #include <exception>
 #include <future>
+#include <new>
 
 namespace {
 
@@ -144,5 +146,12 @@ OctreeNode* buildOctreeFromTriangleIndices(const std::vector<vec3>& positions,
         if (mesh.corners(t, p0, p1, p2)) widen(bounds, p0, p1, p2);
     }
     // A negative depth would only lengthen the way down to the limit and multiply the tasks.
-    return buildNode(mesh, triangleIndices, depth < 0 ? 0 : depth, bounds);
+    OctreeNode* root = buildNode(mesh, triangleIndices, depth < 0 ? 0 : depth, bounds);
+    // Only a speed-up of the ray hit: a tree that cannot be remembered for lack of memory is
+    // still the tree asked for, and is searched in full.
+    try {
+        octree_detail::rememberBuiltRoot(*root);
+    } catch (const std::bad_alloc&) {
+    }
+    return root;
 }

@@ -9,6 +9,7 @@
 #include <korvex/octree.h>
 #include <korvex/ray.h>
 
+#include "octree/built_roots.h"
 #include "octree/ray_kernels.h"
 #include "octree/triangle_number.h"
 
@@ -83,14 +84,18 @@ struct RayQuery {
     const std::vector<unsigned int>& indices;
     BoxProbe probe;
     SkipBound skip;
+    // Subtrees may be passed over only where every box encloses its subtree's triangles, as in
+    // a tree from the builder; a tree made by hand is searched wherever its boxes are hit.
+    bool passOver;
 #if defined(__SSE2__)
     LaneMatrix lanes;
     Lanes3 origin, direction;
 #endif
 
-    RayQuery(const Ray& r, const mat4& m, const std::vector<kvx::nsVertex>& v,
-             const std::vector<unsigned int>& i)
-        : ray(r), model(m), vertices(v), indices(i), probe(r, m), skip(r, m)
+    RayQuery(const OctreeNode* root, const Ray& r, const mat4& m,
+             const std::vector<kvx::nsVertex>& v, const std::vector<unsigned int>& i)
+        : ray(r), model(m), vertices(v), indices(i), probe(r, m), skip(r, m),
+          passOver(isBuiltRoot(root))
 #if defined(__SSE2__)
           ,
           lanes(m), origin(splat(r.origin)), direction(splat(r.direction))
@@ -224,7 +229,7 @@ bool traverseInside(const OctreeNode* node, const RayQuery& q, float bound, vec3
         // Where the ray enters the box bounds the box's distance from the origin from above
         // (within rounding), so a box entered clearly before `limit` cannot be passed over and
         // needs no closer look; entering a box is always safe.
-        if (limit < kInfinity && !(c.box.entry < limit * 0.999f) &&
+        if (q.passOver && limit < kInfinity && !(c.box.entry < limit * 0.999f) &&
             q.skip.nearestHit(c.box, c.node->worldBounds) > limit)
             continue;
         vec3 point;
@@ -253,7 +258,7 @@ bool TraverseOctreeForRayHit(OctreeNode* node, const Ray& ray, const mat4& model
                              const std::vector<unsigned int>& indices, vec3& hitPoint,
                              int& hitTriangle) {
     if (!node) return false;
-    const RayQuery query(ray, modelMatrix, vertices, indices);
+    const RayQuery query(node, ray, modelMatrix, vertices, indices);
     PlacedBox box;
     if (!query.probe.hits(node->worldBounds, box)) return false;
     prefetchIndices(node, query);

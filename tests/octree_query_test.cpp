@@ -122,6 +122,30 @@ TEST(OctreeRayHit, MatchesThePlainTraversalAndBruteForce) {
     }
 }
 
+// A tree made by hand need not keep a node's triangles inside its box. A child whose box lies
+// behind the best hit is still searched, and its triangle in front of that hit wins.
+TEST(OctreeRayHit, HandMadeBoxesBehindTheBestHitAreStillSearched) {
+    // Small triangles, so that no rounding bound is needed to keep a box in the search.
+    const float s = 0.01f;
+    Mesh m;
+    for (float z : {0.0f, 3.0f, -2.0f})
+        for (const vec3& p : {vec3(-s, -s, z), vec3(s, -s, z), vec3(0, s, z)}) m.add(p);
+    m.indices = {0, 1, 2, 3, 4, 5, 6, 7, 8}; // at z = 0, 3 and -2
+    const auto box = [s](float z0, float z1) { return AABB(vec3(-s, -s, z0), vec3(s, s, z1)); };
+    Tree root(new OctreeNode());
+    root->bounds = root->worldBounds = box(-2, 3);
+    root->children[0] = new OctreeNode();
+    root->children[0]->triangles = {0};
+    root->children[0]->bounds = root->children[0]->worldBounds = box(0, 0);
+    // Slot 1's box holds only the triangle at z = -2, behind the first hit, but its list also
+    // has the one at z = 3.
+    root->children[1] = new OctreeNode();
+    root->children[1]->triangles = {2, 1};
+    root->children[1]->bounds = root->children[1]->worldBounds = box(-2, -2);
+    const Ray ray(vec3(0, 0, 5), vec3(0, 0, -1));
+    EXPECT_EQ(expectSameAsPlainTraversal(root.get(), m, ray, mat4(1.0f)), 1);
+}
+
 TEST(OctreeRayHit, TiesInALeafKeepTheFirstListed) {
     Mesh m;
     for (const vec3& p : {vec3(-1, -1, 0), vec3(1, -1, 0), vec3(0, 1, 0)}) m.add(p);
