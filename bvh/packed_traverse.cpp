@@ -26,11 +26,6 @@ struct RayLanes {
     __m128 origin[3], direction[3], inverse[3];
 };
 
-// Where the line enters and leaves four boxes, and which it meets.
-struct SpanLanes {
-    __m128 meets, enter, exit;
-};
-
 // Where the line crosses the two planes of each box on one axis: by division,
 // as the one-box test does, or by the direction's reciprocal.
 template <bool Divide>
@@ -42,10 +37,10 @@ inline void planeCrossings(const RayLanes& ray, const float lo[3][4], const floa
     t2 = Divide ? _mm_div_ps(toHi, ray.direction[axis]) : _mm_mul_ps(toHi, ray.inverse[axis]);
 }
 
-// lineThroughBox for four boxes: the same divisions, exchanges and
-// comparisons, lane by lane, so each lane meets, enters and leaves exactly
-// where the one-box test says, NaN and infinity included.
-inline SpanLanes exactSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
+// Which of four boxes the line meets, by lineMeetsBox's divisions,
+// exchanges and comparisons, lane by lane, so exactly as the one-box test
+// says, NaN and infinity included.
+inline __m128 exactMeets(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
     __m128 near[3], far[3];
     for (int axis = 0; axis < 3; ++axis) {
         __m128 t1, t2;
@@ -58,34 +53,39 @@ inline SpanLanes exactSpans(const RayLanes& ray, const float lo[3][4], const flo
     const __m128 tNear = select(_mm_cmpgt_ps(near[1], near[0]), near[1], near[0]);
     const __m128 tFar = select(_mm_cmplt_ps(far[1], far[0]), far[1], far[0]);
     miss = _mm_or_ps(miss, _mm_or_ps(_mm_cmpgt_ps(tNear, far[2]), _mm_cmpgt_ps(near[2], tFar)));
-    const __m128 allSet = _mm_castsi128_ps(_mm_set1_epi32(-1));
-    return SpanLanes{_mm_xor_ps(miss, allSet), select(_mm_cmpgt_ps(near[2], tNear), near[2], tNear),
-                     select(_mm_cmplt_ps(far[2], tFar), far[2], tFar)};
+    return _mm_xor_ps(miss, _mm_castsi128_ps(_mm_set1_epi32(-1)));
 }
 
-// The same spans with a multiplication by the direction's reciprocal in place
-// of each division, for a ray whose direction has no zero, tiny, huge or
-// non-finite component and boxes without NaN. A quotient then comes out within
-// four units of rounding of the divided one, so the line meets the box by
-// both measures alike unless where it enters and where it leaves lie within a
-// few units of each other: such lanes are flagged `unsure` and the caller
-// measures them again by division. Where it enters and leaves may be off by
-// those few units, far within the slack of the skip tests.
-struct QuickSpans {
-    SpanLanes span;
-    __m128 unsure;
+// Where the line crosses each axis's pair of planes of four boxes, nearer
+// and farther, by multiplication with the direction's reciprocal.
+struct Crossings {
+    __m128 near[3], far[3];
 };
 
-inline QuickSpans quickSpans(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
-    __m128 near[3], far[3];
+inline Crossings quickCrossings(const RayLanes& ray, const float lo[3][4], const float hi[3][4]) {
+    Crossings c;
     for (int axis = 0; axis < 3; ++axis) {
         __m128 t1, t2;
         planeCrossings<false>(ray, lo, hi, axis, t1, t2);
-        near[axis] = _mm_min_ps(t1, t2);
-        far[axis] = _mm_max_ps(t1, t2);
+        c.near[axis] = _mm_min_ps(t1, t2);
+        c.far[axis] = _mm_max_ps(t1, t2);
     }
-    const __m128 enter = _mm_max_ps(_mm_max_ps(near[0], near[1]), near[2]);
-    const __m128 exit = _mm_min_ps(_mm_min_ps(far[0], far[1]), far[2]);
+    return c;
+}
+
+// Which boxes the line meets by the crossings above, for a ray whose
+// direction has no zero, tiny, huge or non-finite component and boxes without
+// NaN. A quotient then comes out within four units of rounding of the divided
+// one, so the line meets the box by both measures alike unless where it
+// enters and where it leaves lie within a few units of each other: such lanes
+// are flagged `unsure` and the caller measures them again by division.
+struct QuickMeets {
+    __m128 meets, unsure;
+};
+
+inline QuickMeets quickMeets(const Crossings& c) {
+    const __m128 enter = _mm_max_ps(_mm_max_ps(c.near[0], c.near[1]), c.near[2]);
+    const __m128 exit = _mm_min_ps(_mm_min_ps(c.far[0], c.far[1]), c.far[2]);
     const __m128 gap = _mm_sub_ps(enter, exit);
     // 2^-20 relative: four times the worst disagreement; the absolute term
     // covers quotients in the subnormal range. A NaN gap (infinite spans)
@@ -94,9 +94,8 @@ inline QuickSpans quickSpans(const RayLanes& ray, const float lo[3][4], const fl
     const __m128 margin =
         _mm_add_ps(_mm_mul_ps(size, _mm_set1_ps(9.5367432e-7f)), _mm_set1_ps(1e-30f));
     const __m128 sure = _mm_cmpgt_ps(absLanes(gap), margin);
-    const __m128 allSet = _mm_castsi128_ps(_mm_set1_epi32(-1));
-    return QuickSpans{SpanLanes{_mm_cmple_ps(gap, _mm_setzero_ps()), enter, exit},
-                      _mm_xor_ps(sure, allSet)};
+    return QuickMeets{_mm_cmple_ps(gap, _mm_setzero_ps()),
+                      _mm_xor_ps(sure, _mm_castsi128_ps(_mm_set1_epi32(-1)))};
 }
 
 // Whether the multiplying measure may stand in for the dividing one.
@@ -106,6 +105,49 @@ inline bool quickRay(const Ray& ray) {
         if (!std::isfinite(ray.origin[axis]) || !(d >= 1e-30f && d <= 1e30f)) return false;
     }
     return true;
+}
+
+// What the skip tests measure: where the line enters and leaves each of four
+// boxes grown by the stray of a hit (see hitStray), in units of t along each
+// axis. An axis along which the ray moves too little to measure has an
+// infinite stray and drops out; with every axis out nothing is passed over.
+struct ReachLanes {
+    __m128 stray[3];
+};
+
+ReachLanes reachOf(const Ray& ray, const PackedTree& tree) {
+    bool finite = tree.nested;
+    vec3 far(0.0f);
+    for (int axis = 0; axis < 3; ++axis) {
+        const float o = ray.origin[axis];
+        finite = finite && std::isfinite(o);
+        far[axis] =
+            std::max(std::fabs(tree.bounds.min[axis] - o), std::fabs(tree.bounds.max[axis] - o));
+    }
+    const float stray = hitStray(glm::length(ray.direction), tree.longestEdge, glm::length(far));
+    ReachLanes reach;
+    for (int axis = 0; axis < 3; ++axis) {
+        float perT = stray * std::fabs(1.0f / ray.direction[axis]);
+        if (!finite || !(perT < std::numeric_limits<float>::infinity()))
+            perT = std::numeric_limits<float>::infinity();
+        reach.stray[axis] = _mm_set1_ps(perT);
+    }
+    return reach;
+}
+
+// Where the line enters and leaves the grown boxes. A lane of an axis that
+// dropped out comes to -inf - inf, +inf + inf or NaN; the maximum and minimum
+// below keep their second operand where the first is NaN, so such a lane
+// leaves the bound as it was. With finite boxes, origin and stray the other
+// lanes hold no NaN: a product may only overflow, to where no hit of finite t
+// lies.
+inline void reachSpans(const ReachLanes& reach, const Crossings& c, __m128& enter, __m128& exit) {
+    enter = _mm_set1_ps(-std::numeric_limits<float>::infinity());
+    exit = _mm_set1_ps(std::numeric_limits<float>::infinity());
+    for (int axis = 0; axis < 3; ++axis) {
+        enter = _mm_max_ps(_mm_sub_ps(c.near[axis], reach.stray[axis]), enter);
+        exit = _mm_min_ps(_mm_add_ps(c.far[axis], reach.stray[axis]), exit);
+    }
 }
 
 struct Pending {
@@ -143,6 +185,7 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
     // Nested boxes and a plain ray: the line meets a box only if it meets
     // its parent's, so the parents' boxes need no second test.
     const bool quick = tree.nested && quickRay(ray);
+    const ReachLanes reach = reachOf(ray, tree);
     const Lanes3 origin = splat(ray.origin), direction = splat(ray.direction);
     const __m128 slack = _mm_set1_ps(kSpanSlack), floor = _mm_set1_ps(kMinHitDistance);
     const __m128i noEntry = _mm_set1_epi32(-1);
@@ -160,28 +203,28 @@ bool traversePacked(const PackedTree& tree, const Ray& ray, vec3& hitPoint,
             ~_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(
                 _mm_load_si128(reinterpret_cast<const __m128i*>(quad.first)), noEntry))) &
             15;
-        SpanLanes span;
+        const Crossings crossings = quickCrossings(lanes, quad.lo, quad.hi);
+        const QuickMeets fast = quick ? quickMeets(crossings) : QuickMeets{};
         int meets;
-        const QuickSpans fast = quick ? quickSpans(lanes, quad.lo, quad.hi) : QuickSpans{};
         if (quick && !(_mm_movemask_ps(fast.unsure) & valid)) {
-            span = fast.span;
-            meets = _mm_movemask_ps(span.meets);
+            meets = _mm_movemask_ps(fast.meets);
         } else {
-            span = exactSpans(lanes, quad.lo, quad.hi);
-            meets = _mm_movemask_ps(span.meets);
+            meets = _mm_movemask_ps(exactMeets(lanes, quad.lo, quad.hi));
             if (!quick) {
                 const QuadGates& gates = tree.gates[at.first];
-                meets &= _mm_movemask_ps(exactSpans(lanes, gates.lo, gates.hi).meets);
+                meets &= _mm_movemask_ps(exactMeets(lanes, gates.lo, gates.hi));
             }
         }
+        __m128 enterLanes, exitLanes;
+        reachSpans(reach, crossings, enterLanes, exitLanes);
         const __m128 pastFloor =
-            _mm_cmple_ps(_mm_add_ps(span.exit, _mm_mul_ps(slack, absLanes(span.exit))), floor);
+            _mm_cmple_ps(_mm_add_ps(exitLanes, _mm_mul_ps(slack, absLanes(exitLanes))), floor);
         const __m128 pastReach = _mm_cmpge_ps(
-            _mm_sub_ps(span.enter, _mm_mul_ps(slack, absLanes(span.enter))), _mm_set1_ps(nearest));
+            _mm_sub_ps(enterLanes, _mm_mul_ps(slack, absLanes(enterLanes))), _mm_set1_ps(nearest));
         const int enterable = meets & valid & ~_mm_movemask_ps(_mm_or_ps(pastFloor, pastReach));
         if (!enterable) return false;
         float enter[4];
-        _mm_storeu_ps(enter, span.enter);
+        _mm_storeu_ps(enter, enterLanes);
         // Nearest entry first: sorted by where the line enters, and pushed
         // farthest first.
         int order[4], count = 0;

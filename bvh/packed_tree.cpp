@@ -67,6 +67,10 @@ class Packer {
         quad.first[lane] = static_cast<uint32_t>(tree_.corners.size() / 9);
         quad.count[lane] = static_cast<uint32_t>(entry.triangles.size());
         for (const Triangle& t : entry.triangles) {
+            const float edges[3] = {glm::length(t.p1 - t.p0), glm::length(t.p2 - t.p1),
+                                    glm::length(t.p0 - t.p2)};
+            // A NaN edge is left out: its triangle never reports a hit.
+            for (float e : edges) tree_.longestEdge = std::max(tree_.longestEdge, e);
             const float corners[9] = {t.p0.x, t.p0.y, t.p0.z, t.p1.x, t.p1.y,
                                       t.p1.z, t.p2.x, t.p2.y, t.p2.z};
             tree_.corners.insert(tree_.corners.end(), corners, corners + 9);
@@ -112,6 +116,7 @@ std::unique_ptr<PackedTree> packTree(const BVHNode& root) {
     tree->nodes.reserve(quads);
     tree->gates.reserve(quads);
     tree->corners.reserve(9 * (triangles + kPaddingTriangles));
+    tree->bounds = root.bounds;
     Packer(*tree).pack(root);
     tree->corners.resize(9 * (triangles + kPaddingTriangles), 0.0f);
     return tree;

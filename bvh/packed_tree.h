@@ -46,6 +46,8 @@ struct PackedTree {
     std::vector<float> corners;   // nine floats a triangle (p0, p1, p2), leaf after leaf, then
                                   // four triangles of zeros for the four-lane loads to run into
     bool nested = true;           // every box finite and inside its parent's
+    float longestEdge = 0.0f;     // of any triangle (edges of NaN length left out)
+    BoundingBox bounds;           // the root's box
 };
 
 // The packed copy of the tree under `root`, or null when it would not help

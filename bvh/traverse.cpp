@@ -13,11 +13,6 @@ using namespace korvex_detail;
 
 namespace {
 
-struct Pending {
-    const BVHNode* node;
-    float enter; // where the line enters the node's box
-};
-
 // A built tree has at most 65 levels and each level leaves at most one node
 // behind, so this many pending nodes suffice; a deeper hand-made tree moves
 // the stack to the heap rather than overrunning it.
@@ -59,10 +54,12 @@ inline void prefetchVisit(const BVHNode* node) {
 }
 
 // The nearest counted hit among the triangles under every box that meets the
-// ray's line (BoundingBox::intersects). Children are visited nearer box
-// first, and a box that cannot hold a counted hit is passed over: a hit only
-// replaces the current one when strictly nearer, and its point is o + d t of
-// its own t, so neither the order nor the skipping changes what is reported.
+// ray's line (BoundingBox::intersects). A built tree answers from its packed
+// copy, which may pass boxes over because its boxes hold their triangles. A
+// tree made by hand need not: a triangle may lie outside its leaf's box, in
+// front of a hit found elsewhere, so such a tree is walked into every box the
+// line meets. A hit only replaces the current one when strictly nearer, and
+// its point is o + d t of its own t, so the order of the walk changes nothing.
 //
 // The ray and the running result live in locals: written through the
 // caller's references, every store would force the ray to be read again.
@@ -72,25 +69,20 @@ bool traverse(const Ray& rayIn, const BVHNode* root, vec3& hitPoint, float& near
     if (!root || hasNaN(rayIn)) return false;
     const Ray ray = rayIn;
     const LineLanes line = lineLanesOf(ray);
-    const LineSpan rootSpan = lineThroughBox(line, root->bounds);
-    if (!rootSpan.meets) return false;
-    // A tree from the builder answers from its packed copy; a tree made by
-    // hand, or any subtree, is walked node by node.
+    if (!lineMeetsBox(line, root->bounds)) return false;
     if (const PackedTree* packed = findPacked(root))
         return traversePacked(*packed, ray, hitPoint, nearestDistance);
 
     float nearest = nearestDistance;
     vec3 point(0.0f);
     bool found = false;
-    Pending fixed[kFixedStack];
-    std::vector<Pending> spilled; // only for trees deeper than any build makes
-    Pending* stack = fixed;
+    const BVHNode* fixed[kFixedStack];
+    std::vector<const BVHNode*> spilled; // only for trees deeper than any build makes
+    const BVHNode** stack = fixed;
     size_t capacity = kFixedStack, size = 0;
-    stack[size++] = Pending{root, rootSpan.enter};
+    stack[size++] = root;
     while (size != 0) {
-        const Pending pending = stack[--size];
-        const BVHNode* node = pending.node;
-        if (beyondReach(pending.enter, nearest)) continue;
+        const BVHNode* node = stack[--size];
         if (isLeaf(node)) {
             for (const Triangle& tri : node->triangles) {
                 vec3 triPoint;
@@ -106,14 +98,8 @@ bool traverse(const Ray& rayIn, const BVHNode* root, vec3& hitPoint, float& near
         }
         const BVHNode* left = node->left.get();
         const BVHNode* right = node->right.get();
-        LineSpan leftSpan{false, 0.0f, 0.0f}, rightSpan{false, 0.0f, 0.0f};
-        if (left) leftSpan = lineThroughBox(line, left->bounds);
-        if (right) rightSpan = lineThroughBox(line, right->bounds);
-        const bool enterLeft =
-            leftSpan.meets && !behindFloor(leftSpan.exit) && !beyondReach(leftSpan.enter, nearest);
-        const bool enterRight = rightSpan.meets && !behindFloor(rightSpan.exit) &&
-                                !beyondReach(rightSpan.enter, nearest);
-        if (!enterLeft && !enterRight) continue;
+        const bool enterLeft = left && lineMeetsBox(line, left->bounds);
+        const bool enterRight = right && lineMeetsBox(line, right->bounds);
         if (size + 2 > capacity) {
             if (stack == fixed) spilled.assign(fixed, fixed + size);
             spilled.resize(capacity * 2);
@@ -122,18 +108,9 @@ bool traverse(const Ray& rayIn, const BVHNode* root, vec3& hitPoint, float& near
         }
         if (enterLeft) prefetchVisit(left);
         if (enterRight) prefetchVisit(right);
-        // The nearer box is pushed last, so it is visited first.
-        const bool rightFirst = rightSpan.enter < leftSpan.enter;
-        if (enterLeft && enterRight) {
-            stack[size++] =
-                rightFirst ? Pending{left, leftSpan.enter} : Pending{right, rightSpan.enter};
-            stack[size++] =
-                rightFirst ? Pending{right, rightSpan.enter} : Pending{left, leftSpan.enter};
-        } else if (enterLeft) {
-            stack[size++] = Pending{left, leftSpan.enter};
-        } else {
-            stack[size++] = Pending{right, rightSpan.enter};
-        }
+        // Left is pushed last, so it is visited first.
+        if (enterRight) stack[size++] = right;
+        if (enterLeft) stack[size++] = left;
     }
     if (found) {
         nearestDistance = nearest;

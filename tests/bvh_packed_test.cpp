@@ -115,6 +115,22 @@ TEST(BvhPacked, AnswersAsTheNodeWalkWhereTheQuickBoxTestIsUnsure) {
     expectPackedMatchesWalk(broken, awkwardRays(soup, 2000, 5), "non-finite corners");
 }
 
+// A ray a hair off a face plane of the lattice leaves the plane's boxes, by the span of their
+// slabs, right at its origin; but the triangle test, within its rounding, still hits a square
+// of that plane at t = 0.5. A built tree must not pass those boxes over.
+TEST(BvhPacked, RaysAHairOffAFacePlaneStillFindTheirNearestHit) {
+    const std::vector<Triangle> grid = lattice(14, 1.0f);
+    std::unique_ptr<BVHNode> built = createBVHNode(grid, 0);
+    const Ray rays[] = {
+        Ray(vec3(10, 2, 11), vec3(2, 1e-7f, 0)), Ray(vec3(5, 1, 6), vec3(8, 1, 1e-7f)),
+        Ray(vec3(4.14145565f, 7, 13.2357588f), vec3(-0.14145565f, 1e-35f, -0.235758781f))};
+    for (const Ray& ray : rays) {
+        const Hit expected = bruteForce(grid, ray);
+        ASSERT_TRUE(expected.hit);
+        EXPECT_TRUE(sameHit(query(built.get(), ray), expected)) << expected.distance;
+    }
+}
+
 // Trees come and go; a root's packed copy must go with it, or a later tree at the same address
 // would answer from the old one. Many trees alive at once must each answer for itself.
 TEST(BvhPacked, EachTreeAnswersForItselfAcrossBuildsAndReleases) {

@@ -62,7 +62,7 @@ TEST(BvhTraversal, LineBoxTestMatchesBoundingBoxIntersects) {
             if (rng() % 6 == 0) ray.origin[axis] = rng() % 2 ? lo[axis] : hi[axis]; // on a face
         }
         const BoundingBox box(lo, hi);
-        ASSERT_EQ(korvex_detail::lineThroughBox(korvex_detail::lineLanesOf(ray), box).meets,
+        ASSERT_EQ(korvex_detail::lineMeetsBox(korvex_detail::lineLanesOf(ray), box),
                   box.intersects(ray))
             << i;
     }
@@ -224,4 +224,25 @@ TEST(BvhTraversal, DeepHandMadeTreeKeepsEveryPendingSibling) {
     EXPECT_TRUE(got.hit);
     EXPECT_TRUE(sameBits(got.point, expected.point));
     EXPECT_EQ(got.distance, expected.distance);
+}
+
+// Nothing says a hand-made node's box holds its triangles. Every box that meets the line is
+// searched, so a triangle outside its leaf's box still wins when it is nearer than a hit found
+// in a box the line enters first.
+TEST(BvhTraversal, HandMadeBoxesThatDoNotHoldTheirTrianglesAreStillSearched) {
+    const auto triangleAt = [](float z) {
+        return Triangle(vec3(-1, -1, z), vec3(1, -1, z), vec3(0, 1, z));
+    };
+    BVHNode root;
+    root.bounds = BoundingBox(vec3(-1, -1, -20), vec3(1, 1, 0));
+    root.left = std::make_unique<BVHNode>(); // entered at t = 10, holds a triangle at t = 2
+    root.left->bounds = BoundingBox(vec3(-1, -1, -20), vec3(1, 1, -10));
+    root.left->triangles.push_back(triangleAt(-2.0f));
+    root.right = std::make_unique<BVHNode>(); // entered at t = 3, holds a triangle at t = 4
+    root.right->bounds = BoundingBox(vec3(-1, -1, -5), vec3(1, 1, -3));
+    root.right->triangles.push_back(triangleAt(-4.0f));
+    const Hit got = throughBvh(&root, Ray(vec3(0.0f), vec3(0, 0, -1)));
+    EXPECT_TRUE(got.hit);
+    EXPECT_EQ(got.distance, 2.0f);
+    EXPECT_EQ(got.point, vec3(0, 0, -2));
 }
