@@ -124,6 +124,50 @@ TEST(OctreeRayHit, MatchesThePlainTraversalAndBruteForce) {
 
 // A tree made by hand need not keep a node's triangles inside its box. A child whose box lies
 // behind the best hit is still searched, and its triangle in front of that hit wins.
+// Unit squares in the three axis planes of a lattice, and rays that start on its planes, edges
+// and corners with direction components of every awkward size: boxes of zero width, rays that
+// run a hair off a face, hits the triangle test accepts a rounding outside their triangle. The
+// passes over subtrees must never lose the plain traversal's answer.
+TEST(OctreeRayHit, LatticeRaysAlongAndNearlyAlongItsPlanes) {
+    Mesh m;
+    const int n = 10;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            for (int k = 0; k < 3; ++k) {
+                vec3 a(0.0f), u(0.0f), v(0.0f);
+                a[k] = static_cast<float>((i + j) % n);
+                a[(k + 1) % 3] = static_cast<float>(i);
+                a[(k + 2) % 3] = static_cast<float>(j);
+                u[(k + 1) % 3] = 1.0f;
+                v[(k + 2) % 3] = 1.0f;
+                const auto first = static_cast<unsigned>(m.positions.size());
+                for (const vec3& p : {a, a + u, a + u + v, a + v}) m.add(p * 0.1f);
+                m.indices.insert(m.indices.end(),
+                                 {first, first + 1, first + 2, first, first + 2, first + 3});
+            }
+    const Tree tree = buildTree(m);
+    std::mt19937 rng(23);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    const float sizes[] = {0.0f, -0.0f, 1e-35f, -1e-30f, 1e-7f, -3e-6f, 1.0f, -1.0f};
+    const mat4 shifted = glm::translate(mat4(1.0f), vec3(0.25f, 0.0f, -0.5f));
+    int hits = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const int a = static_cast<int>(rng() % static_cast<unsigned>(m.triangleCount()));
+        const int b = static_cast<int>(rng() % static_cast<unsigned>(m.triangleCount()));
+        vec3 origin = m.corner(a, 0) + (m.corner(b, 1) - m.corner(a, 0)) * (unit(rng) * 1.5f);
+        if (i % 4 == 0) origin = m.corner(a, 1);
+        if (i % 4 == 1) origin[rng() % 3] = m.corner(a, 2)[static_cast<int>(rng() % 3)];
+        vec3 direction = m.corner(b, 2) - origin;
+        for (int axis = 0; axis < 3; ++axis)
+            if (rng() % 3 == 0) direction[axis] = sizes[rng() % 8];
+        if (glm::length(direction) > 1e-3f && i % 2 == 0) direction = glm::normalize(direction);
+        const Ray ray(origin, direction);
+        for (const mat4& model : {mat4(1.0f), shifted})
+            hits += expectSameAsPlainTraversal(tree.get(), m, ray, model) >= 0;
+    }
+    EXPECT_GT(hits, 1500);
+}
+
 TEST(OctreeRayHit, HandMadeBoxesBehindTheBestHitAreStillSearched) {
     // Small triangles, so that no rounding bound is needed to keep a box in the search.
     const float s = 0.01f;
