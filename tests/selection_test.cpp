@@ -287,6 +287,74 @@ TEST_F(Selection, OverlapAndFacingCases) {
     EXPECT_TRUE(selectOne(m, lasso, cam).empty());
 }
 
+// Lassos that run exactly through projected corners and centroids, along rows and columns of
+// projected points and along triangle edges, with repeated and collinear vertices. There the
+// point test meets crossings exactly at the point's x and level vertices, and the crossing test
+// meets zero cross products: ties that random lassos never produce. An affine projection puts
+// every corner of an integer lattice on a multiple of 1/32 pixel, so these lassos are exact.
+// The lattice is large enough for the lasso grid; a tree over every fourth triangle takes the
+// vertex cache; a lasso of more than 256 points takes the plain crossing test.
+TEST_F(Selection, LassosThroughProjectedCornersMatchThePlainRules) {
+    constexpr int side = 110;
+    Mesh lattice;
+    for (int j = 0; j < side; ++j)
+        for (int i = 0; i < side; ++i)
+            lattice.add(vec3(static_cast<float>(5 * i - 270), static_cast<float>(4 * j - 216), 0));
+    for (int j = 0; j + 1 < side; ++j)
+        for (int i = 0; i + 1 < side; ++i) {
+            // Both diagonals occur, every triangle counter-clockwise seen from +z.
+            const unsigned int a = static_cast<unsigned int>(side * j + i), b = a + 1, c = a + side,
+                               d = c + 1;
+            if ((i + j) % 3 == 0)
+                lattice.indices.insert(lattice.indices.end(), {a, b, c, b, d, c});
+            else
+                lattice.indices.insert(lattice.indices.end(), {a, b, d, a, d, c});
+        }
+    Camera cam;
+    cam.view = mat4(1.0f);
+    cam.projection = glm::scale(mat4(1.0f), vec3(1.0f / 512, 1.0f / 384, 1.0f / 4096));
+    const auto screen = [&](const vec3& p) {
+        const vec4 c = cam.projection * cam.view * vec4(p, 1.0f);
+        return vec2((c.x / c.w * 0.5f + 0.5f) * kWidth,
+                    (1.0f - (c.y / c.w * 0.5f + 0.5f)) * kHeight);
+    };
+    const auto at = [&](int i, int j) { return screen(lattice.positions[side * j + i]); };
+    const auto centroid = [&](int t) {
+        return (screen(lattice.corner(t, 0)) + screen(lattice.corner(t, 1)) +
+                screen(lattice.corner(t, 2))) /
+               3.0f;
+    };
+    ASSERT_EQ(at(1, 1) - at(0, 0), vec2(3.90625f, -3.125f));
+
+    // Up a diagonal of cells and back down another: over 256 points.
+    std::vector<vec2> steps;
+    for (int k = 0; k < 190; ++k) steps.push_back(at(5 + k / 2, 10 + (k + 1) / 2));
+    for (int k = 0; k < 170; ++k) steps.push_back(at(99 - k / 2, 95 - (k + 1) / 2));
+    const std::vector<std::vector<vec2>> lassos{
+        // Rows and columns, a repeated vertex, collinear runs, a column edge on a lattice column.
+        {at(20, 20), at(50, 20), at(50, 20), at(50, 35), at(60, 35), at(70, 35), at(70, 60),
+         at(30, 60), at(30, 45), at(10, 45), at(10, 30), at(10, 20)},
+        // Along the diagonals of cells, where they are triangle edges, and a bow-tie.
+        {at(30, 30), at(60, 60), at(30, 60)},
+        {at(15, 15), at(80, 70), at(80, 15), at(15, 70)},
+        // Corners at centroids, and a lasso of two points along a row.
+        {centroid(4000), centroid(9000), centroid(6100)},
+        {at(10, 50), at(90, 50)},
+        steps};
+
+    std::vector<int> fourth;
+    for (int t = 0; t < lattice.triangleCount(); t += 4) fourth.push_back(t);
+    const Tree whole = buildTree(lattice);
+    const Tree sparse(
+        buildOctreeFromTriangleIndices(lattice.positions, lattice.indices, fourth, 0));
+    for (const OctreeNode* tree : {whole.get(), sparse.get()})
+        for (const auto& lasso : lassos) {
+            const std::vector<int> expected = oracle(tree, lattice, lasso, mat4(1.0f), 0.0f, cam);
+            EXPECT_EQ(select(tree, lattice, lasso, cam), expected) << lasso.size() << " points";
+            EXPECT_GT(expected.size(), 20u);
+        }
+}
+
 TEST_F(Selection, DepthLimitCountsEveryVertexAndTheCentroid) {
     // Triangles straight ahead at growing depths, each over the centre pixel.
     const auto at = [](float depth) {
