@@ -28,23 +28,8 @@ Hit query(const BVHNode* root, const Ray& ray, float limit = kFloatMax) {
     return h;
 }
 
-// A lattice of axis-aligned unit squares in the three planes: boxes of zero width and boxes
-// that share faces, everywhere.
 std::vector<Triangle> lattice(int n, float scale) {
-    std::vector<Triangle> tris;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            for (int k = 0; k < 3; ++k) {
-                vec3 a(0.0f), u(0.0f), v(0.0f);
-                a[k] = static_cast<float>((i + j) % n);
-                a[(k + 1) % 3] = static_cast<float>(i);
-                a[(k + 2) % 3] = static_cast<float>(j);
-                u[(k + 1) % 3] = 1.0f;
-                v[(k + 2) % 3] = 1.0f;
-                tris.emplace_back(a * scale, (a + u) * scale, (a + u + v) * scale);
-                tris.emplace_back(a * scale, (a + u + v) * scale, (a + v) * scale);
-            }
-    return tris;
+    return testmesh::axisPlaneLattice(n, scale).soup();
 }
 
 // Rays that start on corners, faces and edges of the geometry, along axes and within faces,

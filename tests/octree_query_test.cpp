@@ -129,22 +129,7 @@ TEST(OctreeRayHit, MatchesThePlainTraversalAndBruteForce) {
 // run a hair off a face, hits the triangle test accepts a rounding outside their triangle. The
 // passes over subtrees must never lose the plain traversal's answer.
 TEST(OctreeRayHit, LatticeRaysAlongAndNearlyAlongItsPlanes) {
-    Mesh m;
-    const int n = 10;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            for (int k = 0; k < 3; ++k) {
-                vec3 a(0.0f), u(0.0f), v(0.0f);
-                a[k] = static_cast<float>((i + j) % n);
-                a[(k + 1) % 3] = static_cast<float>(i);
-                a[(k + 2) % 3] = static_cast<float>(j);
-                u[(k + 1) % 3] = 1.0f;
-                v[(k + 2) % 3] = 1.0f;
-                const auto first = static_cast<unsigned>(m.positions.size());
-                for (const vec3& p : {a, a + u, a + u + v, a + v}) m.add(p * 0.1f);
-                m.indices.insert(m.indices.end(),
-                                 {first, first + 1, first + 2, first, first + 2, first + 3});
-            }
+    const Mesh m = testmesh::axisPlaneLattice(10, 0.1f);
     const Tree tree = buildTree(m);
     std::mt19937 rng(23);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);

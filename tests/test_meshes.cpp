@@ -64,6 +64,25 @@ const Mesh& bunny() {
     return mesh;
 }
 
+Mesh axisPlaneLattice(int n, float scale) {
+    Mesh m;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            for (int k = 0; k < 3; ++k) {
+                vec3 a(0.0f), u(0.0f), v(0.0f);
+                a[k] = static_cast<float>((i + j) % n);
+                a[(k + 1) % 3] = static_cast<float>(i);
+                a[(k + 2) % 3] = static_cast<float>(j);
+                u[(k + 1) % 3] = 1.0f;
+                v[(k + 2) % 3] = 1.0f;
+                const auto first = static_cast<unsigned int>(m.positions.size());
+                for (const vec3& p : {a, a + u, a + u + v, a + v}) m.add(p * scale);
+                m.indices.insert(m.indices.end(),
+                                 {first, first + 1, first + 2, first, first + 2, first + 3});
+            }
+    return m;
+}
+
 Mesh randomSoup(int triangles, float size, unsigned seed) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<float> where(-size * 0.5f, size * 0.5f);

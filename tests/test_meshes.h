@@ -39,6 +39,10 @@ const Mesh& bunny();
 // share a vertex with the one before.
 Mesh randomSoup(int triangles, float size, unsigned seed);
 
+// Squares of side `scale` in the three axis planes of an n x n x n lattice, two triangles each:
+// boxes of zero width, and boxes that share faces, everywhere.
+Mesh axisPlaneLattice(int n, float scale);
+
 // A mesh of those points (each with every field set) and corners.
 MeshData meshOf(const std::vector<vec3>& points, const std::vector<unsigned int>& indices);
 
