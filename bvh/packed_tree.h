@@ -8,8 +8,9 @@
 // step, so a descent touches a third of the memory in half the steps. It is
 // only a faster way to the same answer: the traversal tests every box of the
 // binary tree that the plain traversal would test, with the same arithmetic,
-// and so reaches exactly the same leaves. A tree never changes after its
-// build, so the copy never goes out of date.
+// and passes over only leaves that cannot hold a counted, strictly nearer hit
+// (measured on boxes grown by the triangle test's stray). A tree never changes
+// after its build, so the copy never goes out of date.
 #pragma once
 
 #include <korvex/bvh.h>
