@@ -150,7 +150,7 @@ OctreeNode* buildOctreeFromTriangleIndices(const std::vector<vec3>& positions,
     // Only a speed-up of the ray hit: a tree that cannot be remembered for lack of memory is
     // still the tree asked for, and is searched in full.
     try {
-        octree_detail::rememberBuiltRoot(*root);
+        octree_detail::rememberBuiltRoot(*root, triangleIndices.size());
     } catch (const std::bad_alloc&) {
     }
     return root;

@@ -53,6 +53,46 @@ class BoxProbe {
                 std::fabs(d[i]) > 1e-6f ? 1.0f / d[i] : std::numeric_limits<float>::infinity();
         inverse_ = _mm_loadu_ps(inverse);
         origin_ = _mm_setr_ps(ray.origin.x, ray.origin.y, ray.origin.z, 0.0f);
+        for (int i = 0; i < 3; ++i) {
+            inverseLanes_[i] = _mm_set1_ps(inverse[i]);
+            originLanes_[i] = _mm_set1_ps(ray.origin[i]);
+            for (int r = 0; r < 4; ++r) matrix_[r][i] = _mm_set1_ps(m[r][i]);
+            matrix_[3][i] = _mm_mul_ps(matrix_[3][i], _mm_set1_ps(1.0f)); // w = 1
+        }
+    }
+
+    // The same test on four boxes given as lanes, boxLo[axis] and boxHi[axis]: a bit per lane
+    // whose box is hit, with every lane's placed box and entry. `finite` promises that no
+    // coordinate of the four boxes is NaN or infinite.
+    int hitsFour(const __m128 boxLo[3], const __m128 boxHi[3], bool finite, __m128 lo[3],
+                 __m128 hi[3], __m128& entry) const {
+        if (identity_ && finite) {
+            const __m128 zero = _mm_setzero_ps();
+            for (int i = 0; i < 3; ++i) {
+                const __m128 a = _mm_add_ps(boxLo[i], zero), b = _mm_add_ps(boxHi[i], zero);
+                lo[i] = _mm_min_ps(b, _mm_min_ps(a, _mm_set1_ps(kFloatMax)));
+                hi[i] = _mm_max_ps(b, _mm_max_ps(a, _mm_set1_ps(-kFloatMax)));
+            }
+        } else {
+            for (int r = 0; r < 3; ++r) placeCornerLanes(boxLo, boxHi, r, lo[r], hi[r]);
+        }
+        if (!usable_) return 0;
+        __m128 nearT[3], farT[3];
+        __m128 inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
+        for (int i = 0; i < 3; ++i) {
+            const __m128 t1 = _mm_mul_ps(_mm_sub_ps(lo[i], originLanes_[i]), inverseLanes_[i]);
+            const __m128 t2 = _mm_mul_ps(_mm_sub_ps(hi[i], originLanes_[i]), inverseLanes_[i]);
+            nearT[i] = _mm_min_ps(t2, t1);
+            farT[i] = _mm_max_ps(t2, t1);
+            inside = _mm_and_ps(inside, _mm_and_ps(_mm_cmpge_ps(originLanes_[i], lo[i]),
+                                                   _mm_cmple_ps(originLanes_[i], hi[i])));
+        }
+        entry = _mm_max_ps(nearT[2], _mm_max_ps(nearT[1], nearT[0]));
+        const __m128 exit = _mm_min_ps(farT[2], _mm_min_ps(farT[1], farT[0]));
+        const __m128 miss =
+            _mm_or_ps(_mm_cmpgt_ps(entry, exit), _mm_cmplt_ps(exit, _mm_setzero_ps()));
+        const __m128 ahead = _mm_or_ps(inside, _mm_cmpgt_ps(entry, _mm_setzero_ps()));
+        return _mm_movemask_ps(_mm_andnot_ps(miss, ahead));
     }
 
     bool hits(const AABB& box, PlacedBox& placed) const {
@@ -107,6 +147,26 @@ class BoxProbe {
         }
     }
 
+    // placeCorners for four boxes at once, output row r only.
+    void placeCornerLanes(const __m128 boxLo[3], const __m128 boxHi[3], int r, __m128& lo,
+                          __m128& hi) const {
+        const __m128 x[2] = {_mm_mul_ps(matrix_[0][r], boxLo[0]),
+                             _mm_mul_ps(matrix_[0][r], boxHi[0])};
+        const __m128 y[2] = {_mm_mul_ps(matrix_[1][r], boxLo[1]),
+                             _mm_mul_ps(matrix_[1][r], boxHi[1])};
+        const __m128 zw[2] = {_mm_add_ps(_mm_mul_ps(matrix_[2][r], boxLo[2]), matrix_[3][r]),
+                              _mm_add_ps(_mm_mul_ps(matrix_[2][r], boxHi[2]), matrix_[3][r])};
+        const __m128 xy[4] = {_mm_add_ps(x[0], y[0]), _mm_add_ps(x[1], y[0]),
+                              _mm_add_ps(x[0], y[1]), _mm_add_ps(x[1], y[1])};
+        lo = _mm_set1_ps(kFloatMax);
+        hi = _mm_set1_ps(-kFloatMax);
+        for (int corner = 0; corner < 8; ++corner) {
+            const __m128 q = _mm_add_ps(xy[corner & 3], zw[corner >> 2]);
+            lo = _mm_min_ps(q, lo);
+            hi = _mm_max_ps(q, hi);
+        }
+    }
+
     bool slab(__m128 lo, __m128 hi, PlacedBox& placed) const {
         _mm_storeu_ps(placed.lo, lo);
         _mm_storeu_ps(placed.hi, hi);
@@ -131,6 +191,10 @@ class BoxProbe {
     __m128 column_[4];
     __m128 inverse_;
     __m128 origin_;
+    // The same, one coordinate splatted over four lanes: matrix_[column][row].
+    __m128 matrix_[4][3];
+    __m128 inverseLanes_[3];
+    __m128 originLanes_[3];
     bool usable_;
     bool identity_;
 };

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -92,6 +93,35 @@ inline bool referenceRayHit(const OctreeNode* node, const Ray& ray, const mat4& 
         }
     }
     return hit;
+}
+
+// Unit rays from 3 away towards points near random vertices, so that most hit something.
+inline std::vector<Ray> raysAt(const Mesh& m, int count, unsigned seed, float spread) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    std::vector<Ray> rays;
+    for (int i = 0; i < count; ++i) {
+        const vec3 target = m.positions[rng() % m.positions.size()] +
+                            spread * vec3(unit(rng), unit(rng), unit(rng));
+        const vec3 origin = target + 3.0f * glm::normalize(vec3(unit(rng), unit(rng), unit(rng)));
+        rays.emplace_back(origin, glm::normalize(target - origin));
+    }
+    return rays;
+}
+
+// The library's answer equals the plain traversal's bit for bit; returns the hit triangle or -1.
+inline int expectSameAsPlainTraversal(const OctreeNode* tree, const Mesh& m, const Ray& ray,
+                                      const mat4& model, vec3* hitPoint = nullptr) {
+    vec3 point(7.0f), expectedPoint(7.0f);
+    int triangle = -7, expectedTriangle = -7;
+    const bool hit = meshGeometry::TraverseOctreeForRayHit(
+        const_cast<OctreeNode*>(tree), ray, model, m.vertices, m.indices, point, triangle);
+    EXPECT_EQ(hit,
+              referenceRayHit(tree, ray, model, m, m.indices, expectedPoint, expectedTriangle));
+    EXPECT_TRUE(sameBits(point, expectedPoint));
+    EXPECT_EQ(triangle, expectedTriangle);
+    if (hitPoint) *hitPoint = point;
+    return hit ? triangle : -1;
 }
 
 } // namespace octest

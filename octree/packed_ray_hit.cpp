@@ -1,0 +1,235 @@
+// The octree's ray hit on the packed copy.
+//
+// The plain recursion keeps, in each leaf, the hit of least ray parameter (the earlier entry on
+// a tie), and in each inner node the child hit of least Euclidean distance (the lower slot on a
+// tie). Distance never falls as the parameter grows, so every hit in a leaf that is nearer in
+// parameter is no farther in distance; the answer is therefore the least hit under one order:
+// distance, then the leaf's place in the tree's depth-first order, then the parameter, then the
+// entry's place in its list. This walk finds that least hit over the same leaves (a subtree is
+// reached only through the same box tests), in any order, and passes over a subtree when no hit
+// in it can be as near as the best so far: the distance from the origin to its box, grown by
+// how far a hit may stray from its triangle, exceeds it.
+#include "octree/packed_octree.h"
+#include "octree/ray_query.h"
+
+#include "bvh/traverse_rules.h"
+
+#if defined(__SSE2__)
+
+#include <emmintrin.h>
+
+namespace octree_detail {
+
+namespace {
+
+constexpr int kStale = -1;
+constexpr int kStackDepth = 8 * 66; // eight children a level, packed trees at most 65 deep
+
+// The best hit so far, in the order of the file comment.
+struct Best {
+    float distance = kFloatMax; // a hit must be nearer than the largest float to count
+    uint32_t leaf = kNoRecord;  // none found yet
+    float t = 0.0f;
+    vec3 point;
+    int triangle = -1;
+};
+
+struct Pending {
+    uint32_t record;
+    float nearest; // no hit below it lies nearer than this
+};
+
+// The node still is what was packed: boxes, list length and child slots by signature, the
+// list's entries four at a time.
+bool matchesSource(const NodeRecord& node, const PackedOctree& tree) {
+    const OctreeNode& source = *node.source;
+    if (nodeSignature(source) != node.signature) return false;
+    const int* entries = source.triangles.data();
+    const CornerGroup* group = &tree.groups[node.firstGroup];
+    uint32_t i = 0;
+    for (; i + 4 <= node.entries; i += 4, ++group) {
+        const __m128i same =
+            _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries + i)),
+                            _mm_load_si128(reinterpret_cast<const __m128i*>(group->number)));
+        if (_mm_movemask_epi8(same) != 0xFFFF) return false;
+    }
+    for (uint32_t lane = 0; i < node.entries; ++i, ++lane)
+        if (entries[i] != group->number[lane]) return false;
+    return true;
+}
+
+void prefetchRecord(const PackedOctree& tree, uint32_t record) {
+    const NodeRecord& node = tree.nodes[record];
+    const char* source = reinterpret_cast<const char*>(node.source);
+    __builtin_prefetch(source + offsetof(OctreeNode, worldBounds));
+    __builtin_prefetch(source + offsetof(OctreeNode, children));
+    __builtin_prefetch(source + offsetof(OctreeNode, children) + sizeof(node.source->children) - 1);
+    if (node.children != kNoRecord) {
+        const char* boxes = reinterpret_cast<const char*>(&tree.boxes[node.children]);
+        for (size_t line = 0; line < sizeof(ChildBoxes); line += 64)
+            __builtin_prefetch(boxes + line);
+    }
+    const char* groups = reinterpret_cast<const char*>(&tree.groups[node.firstGroup]);
+    const size_t bytes = (node.entries + 3) / 4 * sizeof(CornerGroup);
+    for (size_t line = 0; line < bytes; line += 64) __builtin_prefetch(groups + line);
+}
+
+// The hits of a leaf's list, in list order, against the best so far.
+void hitsInLeaf(uint32_t record, const PackedOctree& tree, const RayQuery& q, Best& best) {
+    const NodeRecord& node = tree.nodes[record];
+    for (uint32_t start = 0; start < node.entries; start += 4) {
+        const CornerGroup& group = tree.groups[node.firstGroup + start / 4];
+        const uint32_t lanes = node.entries - start < 4 ? node.entries - start : 4;
+        Lanes3 p[3];
+        for (int k = 0; k < 3; ++k)
+            p[k] = q.lanes.place({_mm_load_ps(group.corner[k][0]), _mm_load_ps(group.corner[k][1]),
+                                  _mm_load_ps(group.corner[k][2])});
+        __m128 tLanes;
+        const int hits =
+            hitFour(q.origin, q.direction, p[0], p[1], p[2], tLanes) & ((1 << lanes) - 1);
+        if (!hits) continue;
+        float t[4];
+        _mm_storeu_ps(t, tLanes);
+        for (uint32_t lane = 0; lane < lanes; ++lane) {
+            if (!(hits >> lane & 1) || !(t[lane] < kFloatMax)) continue;
+            const vec3 point = q.ray.origin + q.ray.direction * t[lane];
+            const float distance = glm::length(point - q.ray.origin);
+            // Within one leaf, list order decides ties of the parameter.
+            const bool better =
+                best.leaf == kNoRecord
+                    ? distance < kFloatMax
+                    : distance < best.distance ||
+                          (distance == best.distance &&
+                           (record < best.leaf || (record == best.leaf && t[lane] < best.t)));
+            if (!better) continue;
+            best.distance = distance;
+            best.leaf = record;
+            best.t = t[lane];
+            best.point = point;
+            best.triangle = group.number[lane];
+        }
+    }
+}
+
+// How far from its placed box a hit below a node may lie: the placement's rounding of the
+// corners and boxes, and the triangle test's stray (hitStray), for the tree's longest edge and
+// a reach of the farthest corner of the placed root box. Infinite when nothing is known.
+float hitSlack(const PackedOctree& tree, const RayQuery& q, const AABB& rootModel,
+               const PlacedBox& rootBox) {
+    constexpr float kUnit = 5.9604645e-8f;
+    float rows = 0.0f, shift = 0.0f, frobenius = 0.0f;
+    for (int r = 0; r < 3; ++r) {
+        rows = std::max(rows, std::fabs(q.model[0][r]) + std::fabs(q.model[1][r]) +
+                                  std::fabs(q.model[2][r]));
+        shift = std::max(shift, std::fabs(q.model[3][r]));
+        for (int c = 0; c < 3; ++c) frobenius += q.model[c][r] * q.model[c][r];
+    }
+    const float size = std::max(glm::length(rootModel.min), glm::length(rootModel.max));
+    const float pad = 8.0f * kUnit * (rows * size + shift);
+    vec3 far;
+    for (int i = 0; i < 3; ++i)
+        far[i] = std::max(std::fabs(rootBox.lo[i] - q.ray.origin[i]),
+                          std::fabs(rootBox.hi[i] - q.ray.origin[i])) +
+                 pad;
+    const float edge = tree.longestEdge * std::sqrt(frobenius) * (1.0f + 1e-5f) + 2.0f * pad;
+    const float slack =
+        korvex_detail::hitStray(glm::length(q.ray.direction), edge, glm::length(far)) + 2.0f * pad;
+    return std::isfinite(slack) ? slack : std::numeric_limits<float>::infinity();
+}
+
+struct Walk {
+    const PackedOctree& tree;
+    const RayQuery& q;
+    __m128 origin[3];
+    __m128 slack;
+    Pending stack[kStackDepth];
+    int depth = 0;
+
+    // Pushes the children whose boxes the ray meets, farthest entry first so that the nearest
+    // is walked next; false when the stack is full.
+    bool pushChildren(const ChildBoxes& children) {
+        Pending found[8];
+        float entries[8];
+        int count = 0;
+        for (int half = 0; half < 8; half += 4) {
+            const int present = static_cast<int>(children.present >> half & 15);
+            if (!present) continue;
+            __m128 boxLo[3], boxHi[3], lo[3], hi[3], entry;
+            for (int axis = 0; axis < 3; ++axis) {
+                boxLo[axis] = _mm_load_ps(&children.lo[axis][half]);
+                boxHi[axis] = _mm_load_ps(&children.hi[axis][half]);
+            }
+            const int hits =
+                q.probe.hitsFour(boxLo, boxHi, tree.finiteBoxes, lo, hi, entry) & present;
+            if (!hits) continue;
+            // The Euclidean gap from the origin to each grown box; NaN gives 0.
+            __m128 gap2 = _mm_setzero_ps();
+            for (int axis = 0; axis < 3; ++axis) {
+                const __m128 below = _mm_sub_ps(_mm_sub_ps(lo[axis], slack), origin[axis]);
+                const __m128 above = _mm_sub_ps(_mm_sub_ps(origin[axis], hi[axis]), slack);
+                const __m128 g = _mm_max_ps(_mm_max_ps(below, above), _mm_setzero_ps());
+                gap2 = _mm_add_ps(gap2, _mm_mul_ps(g, g));
+            }
+            float nearest[4], enter[4];
+            _mm_storeu_ps(nearest, _mm_mul_ps(_mm_sqrt_ps(gap2), _mm_set1_ps(1.0f - 1e-5f)));
+            _mm_storeu_ps(enter, entry);
+            for (int lane = 0; lane < 4; ++lane) {
+                if (!(hits >> lane & 1)) continue;
+                const Pending c{children.record[half + lane], nearest[lane]};
+                // Sorted by entry, farthest first; a NaN entry sorts first, walked last.
+                int i = count++;
+                for (; i > 0 && enter[lane] > entries[i - 1]; --i) {
+                    found[i] = found[i - 1];
+                    entries[i] = entries[i - 1];
+                }
+                found[i] = c;
+                entries[i] = enter[lane];
+            }
+        }
+        if (depth + count > kStackDepth) return false;
+        for (int i = 0; i < count; ++i) {
+            prefetchRecord(tree, found[i].record);
+            stack[depth++] = found[i];
+        }
+        return true;
+    }
+};
+
+} // namespace
+
+int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBox& rootBox,
+                 vec3& hitPoint, int& hitTriangle) {
+    Walk walk{tree, query, {}, {}, {}, 0};
+    for (int axis = 0; axis < 3; ++axis) walk.origin[axis] = _mm_set1_ps(query.ray.origin[axis]);
+    walk.slack = _mm_set1_ps(hitSlack(tree, query, tree.nodes[0].source->worldBounds, rootBox));
+    Best best;
+    walk.stack[walk.depth++] = {0, 0.0f};
+    while (walk.depth > 0) {
+        const Pending next = walk.stack[--walk.depth];
+        if (next.nearest > best.distance) continue; // nothing below can be as near
+        const NodeRecord& node = tree.nodes[next.record];
+        if (!matchesSource(node, tree)) return kStale;
+        if (node.children == kNoRecord)
+            hitsInLeaf(next.record, tree, query, best);
+        else if (!walk.pushChildren(tree.boxes[node.children]))
+            return kStale; // deeper than a packed tree can be: let the nodes answer
+    }
+    if (best.leaf == kNoRecord) return 0;
+    hitPoint = best.point;
+    hitTriangle = best.triangle;
+    return 1;
+}
+
+} // namespace octree_detail
+
+#else
+
+namespace octree_detail {
+
+int packedRayHit(const PackedOctree&, const RayQuery&, const PlacedBox&, vec3&, int&) {
+    return -1; // never packed without the vector instructions
+}
+
+} // namespace octree_detail
+
+#endif

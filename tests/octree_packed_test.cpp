@@ -1,0 +1,159 @@
+// A builder's tree answers rays from a compact copy once it has answered a few. The copy must
+// give the plain traversal's answers, and must stop answering once the tree is changed by hand
+// or the query's arrays are not the ones it was made from.
+#include "octree_test_util.h"
+
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+using namespace octest;
+
+namespace {
+
+// The leaf holding triangle t.
+OctreeNode* leafOf(OctreeNode* root, int t) {
+    OctreeNode* found = nullptr;
+    forEachNode(root, 0, [&](const OctreeNode* node, int) {
+        for (int entry : node->triangles)
+            if (entry == t) found = const_cast<OctreeNode*>(node);
+    });
+    return found;
+}
+
+// A tree makes its copy after one ray per 128 triangles; these are more than enough.
+void askUntilCopied(OctreeNode* tree, const Mesh& m, const std::vector<Ray>& rays) {
+    for (int i = 0; i <= m.triangleCount() / 64; ++i) {
+        vec3 point;
+        int triangle;
+        meshGeometry::TraverseOctreeForRayHit(tree, rays[static_cast<size_t>(i) % rays.size()],
+                                              mat4(1.0f), m.vertices, m.indices, point, triangle);
+    }
+}
+
+} // namespace
+
+// Each edit changes the answer of the first ray that hits, through a different field: the
+// list's length, an entry in place, a child slot, a box. Every ray is asked once the copy is
+// made, before the edit and after it.
+TEST(OctreePackedCopy, HandEditsAfterTheCopyIsMadeAreSeen) {
+    const Mesh& m = testmesh::bunny();
+    const std::vector<Ray> rays = raysAt(m, 200, 41, 0.01f);
+    const std::function<void(OctreeNode*, int, std::vector<OctreeNode*>&)> edits[] = {
+        [](OctreeNode* root, int hit, std::vector<OctreeNode*>&) {
+            std::vector<int>& list = leafOf(root, hit)->triangles;
+            list.erase(std::find(list.begin(), list.end(), hit));
+        },
+        [](OctreeNode* root, int hit, std::vector<OctreeNode*>&) {
+            std::vector<int>& list = leafOf(root, hit)->triangles;
+            *std::find(list.begin(), list.end(), hit) = -1;
+        },
+        [](OctreeNode* root, int hit, std::vector<OctreeNode*>& detached) {
+            const OctreeNode* leaf = leafOf(root, hit);
+            for (OctreeNode*& child : root->children) {
+                bool holds = false;
+                forEachNode(child, 1, [&](const OctreeNode* n, int) { holds |= n == leaf; });
+                if (!holds) continue;
+                detached.push_back(child);
+                child = nullptr;
+            }
+        },
+        [](OctreeNode* root, int hit, std::vector<OctreeNode*>&) {
+            leafOf(root, hit)->worldBounds = AABB(vec3(90.0f), vec3(91.0f));
+        },
+    };
+    for (const auto& edit : edits) {
+        Tree tree = buildTree(m);
+        askUntilCopied(tree.get(), m, rays);
+        int first = -1, changed = 0;
+        for (const Ray& ray : rays) {
+            const int hit = expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f));
+            if (first < 0) first = hit;
+        }
+        ASSERT_GE(first, 0);
+        std::vector<OctreeNode*> detached;
+        edit(tree.get(), first, detached);
+        for (int pass = 0; pass < 2; ++pass) // the second pass after the copy was set aside
+            for (const Ray& ray : rays)
+                changed += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) != first;
+        EXPECT_GT(changed, 0);
+        for (OctreeNode* subtree : detached) freeOctree(subtree);
+    }
+}
+
+// The copy holds the corners of the arrays it was made from. A shorter index array (fewer valid
+// triangle numbers) and a copy of the vertices are answered from the nodes, as the plain
+// traversal answers them.
+TEST(OctreePackedCopy, OtherArraysAreAnsweredFromTheNodes) {
+    const Mesh& m = testmesh::bunny();
+    const Tree tree = buildTree(m);
+    const std::vector<Ray> rays = raysAt(m, 150, 43, 0.01f);
+    askUntilCopied(tree.get(), m, rays);
+    for (const Ray& ray : rays) expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f));
+
+    const std::vector<unsigned int> half(m.indices.begin(),
+                                         m.indices.begin() + m.indices.size() / 6 * 3);
+    std::vector<kvx::nsVertex> moved = m.vertices;
+    for (kvx::nsVertex& v : moved) v.position.y += 0.01f;
+    Mesh shifted = m;
+    shifted.vertices = moved;
+    for (const Ray& ray : rays) {
+        vec3 point(7.0f), expected(7.0f);
+        int triangle = -7, expectedTriangle = -7;
+        EXPECT_EQ(
+            meshGeometry::TraverseOctreeForRayHit(tree.get(), ray, mat4(1.0f), m.vertices, half,
+                                                  point, triangle),
+            referenceRayHit(tree.get(), ray, mat4(1.0f), m, half, expected, expectedTriangle));
+        EXPECT_TRUE(sameBits(point, expected));
+        EXPECT_EQ(triangle, expectedTriangle);
+        // Moved vertices break the promise that they are the build's, but are still read.
+        const bool hit = meshGeometry::TraverseOctreeForRayHit(tree.get(), ray, mat4(1.0f), moved,
+                                                               m.indices, point, triangle);
+        EXPECT_EQ(hit, referenceRayHit(tree.get(), ray, mat4(1.0f), shifted, m.indices, expected,
+                                       expectedTriangle));
+        EXPECT_TRUE(sameBits(point, expected));
+        EXPECT_EQ(triangle, expectedTriangle);
+    }
+}
+
+// Several threads start asking a new tree at once, so that one of them makes the copy while the
+// others walk the nodes and then read the copy; every answer is the plain traversal's.
+TEST(OctreePackedCopy, ThreadsAskWhileTheCopyIsMade) {
+    const Mesh m = testmesh::randomSoup(20000, 4.0f, 5);
+    const std::vector<Ray> rays = raysAt(m, 600, 47, 0.02f);
+    std::vector<int> expected(rays.size());
+    std::vector<vec3> expectedPoints(rays.size());
+    {
+        const Tree reference = buildTree(m);
+        for (size_t i = 0; i < rays.size(); ++i) {
+            expected[i] = -1;
+            referenceRayHit(reference.get(), rays[i], mat4(1.0f), m, m.indices, expectedPoints[i],
+                            expected[i]);
+        }
+    }
+    const Tree tree = buildTree(m);
+    std::vector<std::vector<int>> answers(4);
+    std::vector<std::vector<vec3>> points(4);
+    std::vector<std::thread> threads;
+    for (size_t k = 0; k < answers.size(); ++k)
+        threads.emplace_back([&, k] {
+            for (size_t i = 0; i < rays.size(); ++i) {
+                const size_t r = (i + k * 150) % rays.size();
+                vec3 point(0.0f);
+                int triangle = -1;
+                meshGeometry::TraverseOctreeForRayHit(tree.get(), rays[r], mat4(1.0f), m.vertices,
+                                                      m.indices, point, triangle);
+                answers[k].push_back(triangle);
+                points[k].push_back(point);
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    for (size_t k = 0; k < answers.size(); ++k)
+        for (size_t i = 0; i < rays.size(); ++i) {
+            const size_t r = (i + k * 150) % rays.size();
+            EXPECT_EQ(answers[k][i], expected[r]);
+            if (expected[r] >= 0) {
+                EXPECT_TRUE(sameBits(points[k][i], expectedPoints[r]));
+            }
+        }
+}
