@@ -116,7 +116,6 @@ void hitsInLeaf(uint32_t record, const PackedOctree& tree, const RayQuery& q, Be
 // a reach of the farthest corner of the placed root box. Infinite when nothing is known.
 float hitSlack(const PackedOctree& tree, const RayQuery& q, const AABB& rootModel,
                const PlacedBox& rootBox) {
-    constexpr float kUnit = 5.9604645e-8f;
     float rows = 0.0f, shift = 0.0f, frobenius = 0.0f;
     for (int r = 0; r < 3; ++r) {
         rows = std::max(rows, std::fabs(q.model[0][r]) + std::fabs(q.model[1][r]) +

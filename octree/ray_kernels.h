@@ -136,6 +136,12 @@ class BoxProbe {
         const __m128 zw[2] = {
             _mm_add_ps(_mm_mul_ps(column_[2], _mm_set1_ps(box.min.z)), column_[3]),
             _mm_add_ps(_mm_mul_ps(column_[2], _mm_set1_ps(box.max.z)), column_[3])};
+        foldCorners(x, y, zw, lo, hi);
+    }
+
+    // The corners' sums (x + y) + (z + w) folded in corner order from the empty box.
+    static void foldCorners(const __m128 x[2], const __m128 y[2], const __m128 zw[2], __m128& lo,
+                            __m128& hi) {
         const __m128 xy[4] = {_mm_add_ps(x[0], y[0]), _mm_add_ps(x[1], y[0]),
                               _mm_add_ps(x[0], y[1]), _mm_add_ps(x[1], y[1])};
         lo = _mm_set1_ps(kFloatMax);
@@ -156,15 +162,7 @@ class BoxProbe {
                              _mm_mul_ps(matrix_[1][r], boxHi[1])};
         const __m128 zw[2] = {_mm_add_ps(_mm_mul_ps(matrix_[2][r], boxLo[2]), matrix_[3][r]),
                               _mm_add_ps(_mm_mul_ps(matrix_[2][r], boxHi[2]), matrix_[3][r])};
-        const __m128 xy[4] = {_mm_add_ps(x[0], y[0]), _mm_add_ps(x[1], y[0]),
-                              _mm_add_ps(x[0], y[1]), _mm_add_ps(x[1], y[1])};
-        lo = _mm_set1_ps(kFloatMax);
-        hi = _mm_set1_ps(-kFloatMax);
-        for (int corner = 0; corner < 8; ++corner) {
-            const __m128 q = _mm_add_ps(xy[corner & 3], zw[corner >> 2]);
-            lo = _mm_min_ps(q, lo);
-            hi = _mm_max_ps(q, hi);
-        }
+        foldCorners(x, y, zw, lo, hi);
     }
 
     bool slab(__m128 lo, __m128 hi, PlacedBox& placed) const {
