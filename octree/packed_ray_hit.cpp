@@ -141,8 +141,13 @@ struct Walk {
     const RayQuery& q;
     __m128 origin[3];
     __m128 slack;
-    Pending stack[kStackDepth];
+    Pending stack[kStackDepth]; // left unset: only entries below `depth` are read
     int depth = 0;
+
+    Walk(const PackedOctree& packed, const RayQuery& query, float hitSlack)
+        : tree(packed), q(query), slack(_mm_set1_ps(hitSlack)) {
+        for (int axis = 0; axis < 3; ++axis) origin[axis] = _mm_set1_ps(q.ray.origin[axis]);
+    }
 
     // Pushes the children whose boxes the ray meets, farthest entry first so that the nearest
     // is walked next; false when the stack is full.
@@ -198,9 +203,7 @@ struct Walk {
 
 int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBox& rootBox,
                  vec3& hitPoint, int& hitTriangle) {
-    Walk walk{tree, query, {}, {}, {}, 0};
-    for (int axis = 0; axis < 3; ++axis) walk.origin[axis] = _mm_set1_ps(query.ray.origin[axis]);
-    walk.slack = _mm_set1_ps(hitSlack(tree, query, tree.nodes[0].source->worldBounds, rootBox));
+    Walk walk(tree, query, hitSlack(tree, query, tree.nodes[0].source->worldBounds, rootBox));
     Best best;
     walk.stack[walk.depth++] = {0, 0.0f};
     while (walk.depth > 0) {
