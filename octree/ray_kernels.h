@@ -144,8 +144,8 @@ class BoxProbe {
                             __m128& hi) {
         const __m128 xy[4] = {_mm_add_ps(x[0], y[0]), _mm_add_ps(x[1], y[0]),
                               _mm_add_ps(x[0], y[1]), _mm_add_ps(x[1], y[1])};
-        lo = _mm_set1_ps(kFloatMax);
-        hi = _mm_set1_ps(-kFloatMax);
+        lo = _mm_set1_ps(std::numeric_limits<float>::infinity());
+        hi = _mm_set1_ps(-std::numeric_limits<float>::infinity());
         for (int corner = 0; corner < 8; ++corner) {
             const __m128 q = _mm_add_ps(xy[corner & 3], zw[corner >> 2]);
             lo = _mm_min_ps(q, lo); // q < lo ? q : lo, as glm::min(lo, q)

@@ -88,7 +88,10 @@ bool AABBIntersectsSphere(const AABB& box, const vec3& center, float radius) {
 }
 
 AABB transformAABB(const AABB& box, const mat4& matrix) {
-    vec3 lo(kFloatMax), hi(-kFloatMax);
+    // Folded from the empty box of infinite bounds, so that corners that all overflow to the same
+    // infinity give that infinity.
+    constexpr float inf = std::numeric_limits<float>::infinity();
+    vec3 lo(inf), hi(-inf);
     for (int corner = 0; corner < 8; ++corner) {
         const vec4 p(corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y,
                      corner & 4 ? box.max.z : box.min.z, 1.0f);

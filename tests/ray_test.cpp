@@ -211,6 +211,20 @@ TEST(TransformBox, EightCornersWithoutDivide) {
     mat4 projective(1.0f);
     projective[3][3] = 2.0f; // w = 2 is ignored
     EXPECT_EQ(transformAABB(box, projective).max, vec3(1, 2, 3));
+
+    // The extremes of the corners themselves, also where every corner overflows to infinity.
+    const float inf = std::numeric_limits<float>::infinity();
+    const AABB infinite = transformAABB(AABB(vec3(inf), vec3(inf)), mat4(1.0f));
+    EXPECT_EQ(infinite.min, vec3(inf));
+    EXPECT_EQ(infinite.max, vec3(inf));
+    mat4 huge(1e30f);
+    huge[3][3] = 1.0f;
+    const AABB overflow = transformAABB(AABB(vec3(1e10f), vec3(2e10f)), huge);
+    EXPECT_EQ(overflow.min, vec3(inf));
+    EXPECT_EQ(overflow.max, vec3(inf));
+    const AABB below = transformAABB(AABB(vec3(-2e10f), vec3(-1e10f)), huge);
+    EXPECT_EQ(below.min, vec3(-inf));
+    EXPECT_EQ(below.max, vec3(-inf));
 }
 
 TEST(RayMesh, NearestWinsAndEarliestKeepsATie) {
