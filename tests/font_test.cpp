@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <cmath>
 #include <limits>
 #include <thread>
@@ -66,8 +68,17 @@ TEST(QuadFlattening, FollowsTheToleranceRuleAndStaysBounded) {
         const vec2 e = (1 - t) * (1 - t) * p0 + 2 * t * (1 - t) * c + t * t * p1;
         EXPECT_NEAR(glm::distance(ring[k], e), 0.0f, 1e-6f);
     }
-    // At most 12 levels; a curve that cannot be measured, or whose square
-    // overflows, stays its chord.
+    // A positive tolerance is split for as long as it is not met, also past 12 levels, where
+    // rounding decides; the points keep to the curve's x order.
+    ring.clear();
+    addQuadAdaptive(ring, vec2(0, 0), vec2(50, 100), vec2(100, 0), 1e-12f);
+    EXPECT_GT(ring.size(), 4096u);
+    EXPECT_LE(ring.size(), 65536u);
+    EXPECT_EQ(ring.back(), vec2(100, 0));
+    EXPECT_TRUE(std::is_sorted(ring.begin(), ring.end(),
+                               [](const vec2& a, const vec2& b) { return a.x < b.x; }));
+    // A tolerance that cannot be met stops at 12 levels; a curve that cannot be measured, or
+    // whose square overflows, stays its chord.
     const struct {
         vec2 p0, c;
         float tolerance;

@@ -5,17 +5,27 @@
 
 namespace {
 
-// Each split quarters a quadratic's deviation (a factor of 16 on its square),
-// so 12 levels reach 16^12 ~ 2.8e14 below the starting squared deviation,
-// far past single precision. The bound keeps a tolerance that can never be
-// met (zero, negative) from splitting forever.
-constexpr int kMaxSplitDepth = 12;
+// A positive tolerance is met by splitting as deep as it takes: each split quarters a
+// quadratic's deviation, and where rounding stops the points from moving the deviation comes
+// out 0 or a child repeats its parent (see `repeats`). A tolerance that can never be met (zero,
+// negative) stops at 12 levels, 16^12 ~ 2.8e14 below the starting squared deviation; 64 levels
+// bound the recursion in every case.
+constexpr int kUnmetToleranceDepth = 12;
+constexpr int kMaxSplitDepth = 64;
 
 // A curve that cannot be measured (NaN tolerance, NaN or infinite points) is
 // left as its chord rather than split without end.
 bool stopSplitting(float squaredDeviation, float tolerance, int depth) {
-    return tolerance >= squaredDeviation || depth >= kMaxSplitDepth ||
-           !std::isfinite(squaredDeviation) || std::isnan(tolerance);
+    if (tolerance >= squaredDeviation) return true;
+    if (!std::isfinite(squaredDeviation) || std::isnan(tolerance)) return true;
+    return depth >= (tolerance > 0.0f ? kMaxSplitDepth : kUnmetToleranceDepth);
+}
+
+// True when a half is its whole again: splitting it would repeat forever.
+bool repeats(const vec2* half, const vec2* whole, int points) {
+    for (int i = 0; i < points; ++i)
+        if (half[i] != whole[i]) return false;
+    return true;
 }
 
 void flattenQuad(std::vector<vec2>& ring, const vec2& p0, const vec2& c, const vec2& p1,
@@ -28,6 +38,11 @@ void flattenQuad(std::vector<vec2>& ring, const vec2& p0, const vec2& c, const v
     const vec2 l = (p0 + c) * 0.5f;
     const vec2 r = (c + p1) * 0.5f;
     const vec2 m = (l + r) * 0.5f;
+    const vec2 whole[3] = {p0, c, p1}, first[3] = {p0, l, m}, second[3] = {m, r, p1};
+    if (repeats(first, whole, 3) || repeats(second, whole, 3)) {
+        ring.push_back(p1);
+        return;
+    }
     flattenQuad(ring, p0, l, m, tolerance, depth + 1);
     flattenQuad(ring, m, r, p1, tolerance, depth + 1);
 }
@@ -51,6 +66,12 @@ void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const
     const vec2 p012 = (p01 + p12) * 0.5f;
     const vec2 p123 = (p12 + p23) * 0.5f;
     const vec2 m = (p012 + p123) * 0.5f;
+    const vec2 whole[4] = {p0, c1, c2, p1}, first[4] = {p0, p01, p012, m},
+               second[4] = {m, p123, p23, p1};
+    if (repeats(first, whole, 4) || repeats(second, whole, 4)) {
+        ring.push_back(p1);
+        return;
+    }
     flattenCubic(ring, p0, p01, p012, m, tolerance, depth + 1);
     flattenCubic(ring, m, p123, p23, p1, tolerance, depth + 1);
 }
