@@ -22,13 +22,14 @@ struct FontCheck {
 };
 
 // True (`usable`) when `data` holds one font (TrueType 1.0, "true" or "OTTO";
-// no collections) whose whole-file checksum is right and whose table
-// directory, head, hhea, maxp, hmtx, cmap (the subtable stb_truetype picks),
+// no collections) whose table directory, head, hhea, maxp, hmtx, cmap (the
+// subtable stb_truetype picks),
 // loca and every glyf glyph (contours, flags, coordinates, composite
 // references without cycles, a depth of at most 16 and coordinates that stay
 // in 16 bits), or the CFF header, INDEXes, dictionaries, private dictionaries
-// and FDSelect, lie inside their tables and the file. The vertical metrics
-// must give ascent > descent.
+// and FDSelect, lie inside their tables and the file. Ascent must differ from
+// descent, which the scale divides by. Damage that keeps every read inside
+// the file (a wrong checksum, a changed coordinate) is not looked for.
 FontCheck checkFontData(const unsigned char* data, size_t size);
 
 // The CFF table of `length` bytes at `table`, for a font of `numGlyphs`
