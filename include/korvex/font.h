@@ -36,9 +36,10 @@ KORVEX_API bool GenerateContoursFromTTF(const std::string& text, float height, f
 
 // The same, with the font read from `fontPath`. TrueType (glyf) and CFF
 // (.otf) outlines are both accepted. The file is untrusted input: it is
-// checked whole before it is parsed (table directory and checksum, every table
-// the outlines need, character map, glyph programs and composite glyph
-// references), and a truncated, corrupted or hostile file returns false.
+// checked whole before it is parsed (table directory, every table the
+// outlines need, character map, glyph programs and composite glyph
+// references), and a file whose parsing would read outside it (truncated,
+// corrupted in its structure, hostile) returns false.
 KORVEX_API bool GenerateContoursFromFontFile(const std::string& fontPath, const std::string& text,
                                              float height, float tolerance,
                                              std::vector<std::vector<vec2>>& contours);
@@ -63,10 +64,12 @@ KORVEX_API std::vector<unsigned> utf8_to_codepoints(const std::string& text);
 // p1) / 2|^2 (equality is flat); otherwise it is split at t = 0.5 and both
 // halves are flattened in curve order.
 //
-// Bounded: at most 12 levels of splitting (4096 segments), so a zero or
-// negative tolerance gives the finest flattening, not a hang. A NaN tolerance,
-// or a curve whose deviation is not finite (NaN or infinite points), is not
-// refined: p1 alone is appended.
+// A positive tolerance is split as deep as it takes; where rounding stops the
+// points from moving, a half that repeats its whole counts as flat (and 64
+// levels bound it in any case). A zero or negative tolerance stops at 12
+// levels (4096 segments), the finest flattening rather than a hang. A NaN
+// tolerance, or a curve whose deviation is not finite (NaN or infinite
+// points), is not refined: p1 alone is appended.
 KORVEX_API void addQuadAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& control,
                                 const vec2& p1, float tolerance);
 
