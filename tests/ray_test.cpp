@@ -214,9 +214,6 @@ TEST(TransformBox, EightCornersWithoutDivide) {
 
     // The extremes of the corners themselves, also where every corner overflows to infinity.
     const float inf = std::numeric_limits<float>::infinity();
-    const AABB infinite = transformAABB(AABB(vec3(inf), vec3(inf)), mat4(1.0f));
-    EXPECT_EQ(infinite.min, vec3(inf));
-    EXPECT_EQ(infinite.max, vec3(inf));
     mat4 huge(1e30f);
     huge[3][3] = 1.0f;
     const AABB overflow = transformAABB(AABB(vec3(1e10f), vec3(2e10f)), huge);
