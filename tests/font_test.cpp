@@ -77,6 +77,20 @@ TEST(QuadFlattening, FollowsTheToleranceRuleAndStaysBounded) {
     EXPECT_EQ(ring.back(), vec2(100, 0));
     EXPECT_TRUE(std::is_sorted(ring.begin(), ring.end(),
                                [](const vec2& a, const vec2& b) { return a.x < b.x; }));
+    // Tolerances far below what float can resolve end, for quadratics and cubics, on curves of
+    // every scale and on degenerate ones.
+    for (float scale : {1e-4f, 1.0f, 1e4f})
+        for (float tolerance : {1e-30f, std::numeric_limits<float>::denorm_min()}) {
+            const vec2 a(0.37f * scale, -0.81f * scale), b(-0.55f * scale, 0.12f * scale),
+                e(0.91f * scale, 0.44f * scale);
+            Ring deep;
+            addQuadAdaptive(deep, a, b, e, tolerance);
+            addQuadAdaptive(deep, a, b, a, tolerance);
+            addCubicAdaptive(deep, a, b, e + b, e, tolerance);
+            addCubicAdaptive(deep, a, a + vec2(std::numeric_limits<float>::denorm_min()), a, a,
+                             tolerance);
+            EXPECT_LT(deep.size(), size_t(1) << 21) << scale;
+        }
     // A tolerance that cannot be met stops at 12 levels; a curve that cannot be measured, or
     // whose square overflows, stays its chord.
     const struct {

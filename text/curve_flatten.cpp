@@ -5,33 +5,40 @@
 
 namespace {
 
-// A positive tolerance is met by splitting as deep as it takes: each split quarters a
-// quadratic's deviation, and where rounding stops the points from moving the deviation comes
-// out 0 or a child repeats its parent (see `repeats`). A tolerance that can never be met (zero,
-// negative) stops at 12 levels, 16^12 ~ 2.8e14 below the starting squared deviation; 64 levels
-// bound the recursion in every case.
-constexpr int kUnmetToleranceDepth = 12;
-constexpr int kMaxSplitDepth = 64;
+// A quadratic is split until its tolerance is met, as deep as that takes when the tolerance is
+// positive: each split quarters its deviation, and where rounding stops the points from moving,
+// the deviation comes out 0 (the halving is exact) or a half repeats its whole (see `repeats`).
+// 64 levels and 2^20 splits per curve bound it in every case. A tolerance that can never be met
+// (zero, negative) stops at 12 levels, 16^12 ~ 2.8e14 below the starting squared deviation.
+//
+// Cubics stop at 12 levels for any tolerance: their thirds are rounded, so near the resolution
+// of float their measure need not reach 0 and a deep split could run on through every branch.
+constexpr int kCappedDepth = 12;
+constexpr int kMaxQuadDepth = 64;
+constexpr size_t kMaxQuadSplits = size_t(1) << 20;
 
 // A curve that cannot be measured (NaN tolerance, NaN or infinite points) is
 // left as its chord rather than split without end.
-bool stopSplitting(float squaredDeviation, float tolerance, int depth) {
-    if (tolerance >= squaredDeviation) return true;
-    if (!std::isfinite(squaredDeviation) || std::isnan(tolerance)) return true;
-    return depth >= (tolerance > 0.0f ? kMaxSplitDepth : kUnmetToleranceDepth);
+bool stopSplitting(float squaredDeviation, float tolerance, int depth, int maxDepth) {
+    return tolerance >= squaredDeviation || depth >= maxDepth || !std::isfinite(squaredDeviation) ||
+           std::isnan(tolerance);
 }
 
 // True when a half is its whole again: splitting it would repeat forever.
-bool repeats(const vec2* half, const vec2* whole, int points) {
-    for (int i = 0; i < points; ++i)
-        if (half[i] != whole[i]) return false;
-    return true;
+bool repeats(const vec2 (&half)[3], const vec2 (&whole)[3]) {
+    return half[0] == whole[0] && half[1] == whole[1] && half[2] == whole[2];
 }
 
+struct QuadLimits {
+    int maxDepth;
+    size_t splitsLeft;
+};
+
 void flattenQuad(std::vector<vec2>& ring, const vec2& p0, const vec2& c, const vec2& p1,
-                 float tolerance, int depth) {
+                 float tolerance, int depth, QuadLimits& limits) {
     const vec2 d = c - (p0 + p1) * 0.5f;
-    if (stopSplitting(glm::dot(d, d), tolerance, depth)) {
+    if (stopSplitting(glm::dot(d, d), tolerance, depth, limits.maxDepth) ||
+        limits.splitsLeft == 0) {
         ring.push_back(p1);
         return;
     }
@@ -39,12 +46,13 @@ void flattenQuad(std::vector<vec2>& ring, const vec2& p0, const vec2& c, const v
     const vec2 r = (c + p1) * 0.5f;
     const vec2 m = (l + r) * 0.5f;
     const vec2 whole[3] = {p0, c, p1}, first[3] = {p0, l, m}, second[3] = {m, r, p1};
-    if (repeats(first, whole, 3) || repeats(second, whole, 3)) {
+    if (repeats(first, whole) || repeats(second, whole)) {
         ring.push_back(p1);
         return;
     }
-    flattenQuad(ring, p0, l, m, tolerance, depth + 1);
-    flattenQuad(ring, m, r, p1, tolerance, depth + 1);
+    --limits.splitsLeft;
+    flattenQuad(ring, p0, l, m, tolerance, depth + 1, limits);
+    flattenQuad(ring, m, r, p1, tolerance, depth + 1, limits);
 }
 
 void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const vec2& c2,
@@ -56,7 +64,7 @@ void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const
     const float s1 = glm::dot(d1, d1);
     const float s2 = glm::dot(d2, d2);
     const float squaredDeviation = (std::isnan(s1) || s1 > s2) ? s1 : s2; // NaN wins
-    if (stopSplitting(squaredDeviation, tolerance, depth)) {
+    if (stopSplitting(squaredDeviation, tolerance, depth, kCappedDepth)) {
         ring.push_back(p1);
         return;
     }
@@ -66,12 +74,6 @@ void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const
     const vec2 p012 = (p01 + p12) * 0.5f;
     const vec2 p123 = (p12 + p23) * 0.5f;
     const vec2 m = (p012 + p123) * 0.5f;
-    const vec2 whole[4] = {p0, c1, c2, p1}, first[4] = {p0, p01, p012, m},
-               second[4] = {m, p123, p23, p1};
-    if (repeats(first, whole, 4) || repeats(second, whole, 4)) {
-        ring.push_back(p1);
-        return;
-    }
     flattenCubic(ring, p0, p01, p012, m, tolerance, depth + 1);
     flattenCubic(ring, m, p123, p23, p1, tolerance, depth + 1);
 }
@@ -80,7 +82,8 @@ void flattenCubic(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const
 
 void addQuadAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& control, const vec2& p1,
                      float tolerance) {
-    flattenQuad(ring, p0, control, p1, tolerance, 0);
+    QuadLimits limits{tolerance > 0.0f ? kMaxQuadDepth : kCappedDepth, kMaxQuadSplits};
+    flattenQuad(ring, p0, control, p1, tolerance, 0, limits);
 }
 
 void addCubicAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& c1, const vec2& c2,

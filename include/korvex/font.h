@@ -66,17 +66,18 @@ KORVEX_API std::vector<unsigned> utf8_to_codepoints(const std::string& text);
 //
 // A positive tolerance is split as deep as it takes; where rounding stops the
 // points from moving, a half that repeats its whole counts as flat (and 64
-// levels bound it in any case). A zero or negative tolerance stops at 12
-// levels (4096 segments), the finest flattening rather than a hang. A NaN
-// tolerance, or a curve whose deviation is not finite (NaN or infinite
-// points), is not refined: p1 alone is appended.
+// levels and 2^20 splits bound it in any case). A zero or negative tolerance
+// stops at 12 levels (4096 segments), the finest flattening rather than a
+// hang. A NaN tolerance, or a curve whose deviation is not finite (NaN or
+// infinite points), is not refined: p1 alone is appended.
 KORVEX_API void addQuadAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& control,
                                 const vec2& p1, float tolerance);
 
 // The cubic counterpart, for CFF outlines: p0, c1, c2, p1. Flat when
 // `tolerance` >= the larger of |1.5 (c1 - (2 p0 + p1) / 3)|^2 and
 // |1.5 (c2 - (p0 + 2 p1) / 3)|^2, the measure under which a quadratic raised
-// to a cubic flattens to the same points as the quadratic. Same splitting,
-// bounds and appending rules as addQuadAdaptive.
+// to a cubic flattens to the same points as the quadratic. Same splitting and
+// appending rules as addQuadAdaptive, but at most 12 levels for any tolerance:
+// the rounded thirds need not settle at the resolution of float.
 KORVEX_API void addCubicAdaptive(std::vector<vec2>& ring, const vec2& p0, const vec2& c1,
                                  const vec2& c2, const vec2& p1, float tolerance);
