@@ -116,15 +116,10 @@ void hitsInLeaf(uint32_t record, const PackedOctree& tree, const RayQuery& q, Be
 // a reach of the farthest corner of the placed root box. Infinite when nothing is known.
 float hitSlack(const PackedOctree& tree, const RayQuery& q, const AABB& rootModel,
                const PlacedBox& rootBox) {
-    float rows = 0.0f, shift = 0.0f, frobenius = 0.0f;
-    for (int r = 0; r < 3; ++r) {
-        rows = std::max(rows, std::fabs(q.model[0][r]) + std::fabs(q.model[1][r]) +
-                                  std::fabs(q.model[2][r]));
-        shift = std::max(shift, std::fabs(q.model[3][r]));
+    float frobenius = 0.0f;
+    for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c) frobenius += q.model[c][r] * q.model[c][r];
-    }
-    const float size = std::max(glm::length(rootModel.min), glm::length(rootModel.max));
-    const float pad = 8.0f * kUnit * (rows * size + shift);
+    const float pad = q.skip.placementPad(rootModel);
     vec3 far;
     for (int i = 0; i < 3; ++i)
         far[i] = std::max(std::fabs(rootBox.lo[i] - q.ray.origin[i]),

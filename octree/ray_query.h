@@ -36,13 +36,17 @@ class SkipBound {
         }
     }
 
+    // How far a placed vertex inside `modelBox` may stray from the placed box: both went
+    // through the matrix with a rounding of a few units of the terms' size each.
+    float placementPad(const AABB& modelBox) const {
+        const float size = std::max(glm::length(modelBox.min), glm::length(modelBox.max));
+        const float pad = 8.0f * kUnit * (rows_ * size + shift_);
+        return std::isfinite(pad) ? pad : kInfinity;
+    }
+
     // `box` is the node's box `modelBox` through the model matrix.
     float nearestHit(const PlacedBox& box, const AABB& modelBox) const {
-        // How far a placed vertex may stray from its placed box: both went through the matrix
-        // with a rounding of a few units of the terms' size each.
-        const float size = std::max(glm::length(modelBox.min), glm::length(modelBox.max));
-        float pad = 8.0f * kUnit * (rows_ * size + shift_);
-        if (!std::isfinite(pad)) pad = kInfinity;
+        const float pad = placementPad(modelBox);
         vec3 gap, far, extent;
         for (int i = 0; i < 3; ++i) {
             gap[i] = std::max(std::max(box.lo[i] - pad - origin_[i], origin_[i] - box.hi[i] - pad),
