@@ -13,90 +13,91 @@ namespace {
 constexpr int kDeepestPacked = 64; // builds stop at depth 9; anything deeper was made by hand
 constexpr size_t kMostGroups = std::numeric_limits<uint32_t>::max() / 2; // record fields are 32-bit
 
-inline uint64_t mix(uint64_t hash, uint64_t word) {
-    return (hash ^ word) * 0x9E3779B97F4A7C15ull;
-}
-
 class Packer {
   public:
     Packer(PackedOctree& out, const std::vector<kvx::nsVertex>& vertices,
            const std::vector<unsigned int>& indices, size_t nodeLimit)
         : out_(out), vertices_(vertices), indices_(indices), nodeLimit_(nodeLimit) {}
 
-    // Sizes the arrays for the tree under `node`, so that packing never moves them; false when
-    // the tree is not packable by size or depth.
+    // Sizes the arrays for the tree under `root`; false when the tree is not packable by size
+    // or depth.
     bool reserve(const OctreeNode& root) {
-        size_t nodes = 0, boxes = 0, groups = 0;
-        if (!count(root, 0, nodes, boxes, groups)) return false;
-        out_.nodes.reserve(nodes);
-        out_.boxes.reserve(boxes);
+        size_t nodes = 0, blocks = 0, groups = 0;
+        if (!count(root, 0, nodes, blocks, groups)) return false;
+        out_.blocks.reserve(blocks);
         out_.groups.reserve(groups);
         return true;
     }
 
-    // The node's record, or kNoRecord when the tree is not packable.
-    uint32_t pack(const OctreeNode& node, int depth) {
-        if (depth > kDeepestPacked || out_.nodes.size() >= nodeLimit_ ||
-            out_.groups.size() + node.triangles.size() / 4 + 1 >= kMostGroups)
-            return kNoRecord;
-        const uint32_t self = static_cast<uint32_t>(out_.nodes.size());
-        out_.nodes.push_back({&node, nodeSignature(node), static_cast<uint32_t>(out_.groups.size()),
-                              static_cast<uint32_t>(node.triangles.size()), kNoRecord});
-        packList(node.triangles);
-        if (node.isLeaf()) return self;
+    // Fills `ref` for `node` and packs everything below it; false when the tree is not
+    // packable.
+    bool pack(const OctreeNode& node, int depth, NodeRef& ref) {
+        if (depth > kDeepestPacked) return false;
+        ref.source = &node;
+        ref.signature = nodeSignature(node);
+        if (node.isLeaf()) {
+            // Leaves rank by their first group, which an empty list would share with the next.
+            if (node.triangles.empty() || node.triangles.size() >= kInner ||
+                out_.groups.size() + node.triangles.size() / 4 + 1 >= kMostGroups)
+                return false;
+            ref.first = static_cast<uint32_t>(out_.groups.size());
+            ref.shape = static_cast<uint32_t>(node.triangles.size());
+            packList(node.triangles);
+            return true;
+        }
         // The copy's walk ranks hits by one measure across the tree, which holds where only
         // leaves have lists, as in every builder's tree.
-        if (!node.triangles.empty()) return kNoRecord;
+        if (!node.triangles.empty()) return false;
 
-        const uint32_t boxes = static_cast<uint32_t>(out_.boxes.size());
-        out_.nodes[self].children = boxes;
-        out_.boxes.emplace_back();
-        {
-            ChildBoxes& lanes = out_.boxes[boxes];
-            lanes.present = 0;
-            for (int slot = 0; slot < 8; ++slot) {
-                lanes.record[slot] = kNoRecord;
-                const OctreeNode* child = node.children[slot];
-                // An empty slot's lanes hold a point box that is masked off by `present`.
-                const AABB box = child ? child->worldBounds : AABB(vec3(0.0f), vec3(0.0f));
-                for (int axis = 0; axis < 3; ++axis) {
-                    lanes.lo[axis][slot] = box.min[axis];
-                    lanes.hi[axis][slot] = box.max[axis];
-                }
-                if (child) {
-                    lanes.present |= 1u << slot;
-                    noteBox(box);
-                }
+        const OctreeNode* children[8];
+        uint32_t count = 0;
+        for (const OctreeNode* child : node.children)
+            if (child) children[count++] = child;
+        ref.first = static_cast<uint32_t>(out_.blocks.size());
+        ref.shape = kInner | count;
+        out_.blocks.resize(out_.blocks.size() + (count + 3) / 4, ChildBlock{});
+        for (uint32_t i = 0; i < count; ++i) {
+            ChildBlock& block = out_.blocks[ref.first + i / 4];
+            const AABB& box = children[i]->worldBounds;
+            for (int axis = 0; axis < 3; ++axis) {
+                block.lo[axis][i % 4] = box.min[axis];
+                block.hi[axis][i % 4] = box.max[axis];
             }
+            noteBox(box);
         }
-        for (int slot = 0; slot < 8; ++slot) {
-            const OctreeNode* child = node.children[slot];
-            if (!child) continue;
-            const uint32_t record = pack(*child, depth + 1);
-            if (record == kNoRecord) return kNoRecord;
-            out_.boxes[boxes].record[slot] = record; // `out_.boxes` may have moved meanwhile
+        for (uint32_t i = 0; i < count; ++i) {
+            NodeRef child;
+            if (!pack(*children[i], depth + 1, child)) return false;
+            ChildBlock& block = out_.blocks[ref.first + i / 4]; // the array may have moved
+            block.source[i % 4] = child.source;
+            block.signature[i % 4] = child.signature;
+            block.first[i % 4] = child.first;
+            block.shape[i % 4] = child.shape;
         }
-        return self;
+        return true;
     }
 
     void noteBox(const AABB& box) {
-        for (int axis = 0; axis < 3; ++axis)
+        for (int axis = 0; axis < 3; ++axis) {
             if (!std::isfinite(box.min[axis]) || !std::isfinite(box.max[axis]))
-                out_.finiteBoxes = false;
+                out_.finiteBoxes = out_.orderedBoxes = false;
+            else if (!(box.min[axis] <= box.max[axis]))
+                out_.orderedBoxes = false;
+        }
     }
 
   private:
-    bool count(const OctreeNode& node, int depth, size_t& nodes, size_t& boxes, size_t& groups) {
+    bool count(const OctreeNode& node, int depth, size_t& nodes, size_t& blocks, size_t& groups) {
         if (depth > kDeepestPacked || ++nodes > nodeLimit_) return false;
         groups += (node.triangles.size() + 3) / 4;
         if (groups >= kMostGroups) return false;
-        bool inner = false;
+        size_t children = 0;
         for (const OctreeNode* child : node.children) {
             if (!child) continue;
-            inner = true;
-            if (!count(*child, depth + 1, nodes, boxes, groups)) return false;
+            ++children;
+            if (!count(*child, depth + 1, nodes, blocks, groups)) return false;
         }
-        boxes += inner ? 1 : 0;
+        blocks += (children + 3) / 4;
         return true;
     }
 
@@ -125,6 +126,9 @@ class Packer {
     // with a NaN corner never hits.
     void noteEdges(const unsigned int v[3]) {
         for (int k = 0; k < 3; ++k) {
+            const vec3& p = vertices_[v[k]].position;
+            if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+                out_.finiteCorners = false;
             const vec3 edge = vertices_[v[(k + 1) % 3]].position - vertices_[v[k]].position;
             const float squared = glm::dot(edge, edge);
             if (squared > out_.longestEdge) out_.longestEdge = squared;
@@ -140,15 +144,19 @@ class Packer {
 } // namespace
 
 uint64_t nodeSignature(const OctreeNode& node) {
-    uint64_t words[3];
-    static_assert(sizeof(words) == sizeof(AABB), "a box is six floats");
-    std::memcpy(words, &node.worldBounds, sizeof(words));
-    uint64_t hash = 0xCBF29CE484222325ull;
-    for (uint64_t word : words) hash = mix(hash, word);
-    hash = mix(hash, node.triangles.size());
-    for (const OctreeNode* child : node.children)
-        hash = mix(hash, static_cast<uint64_t>(reinterpret_cast<uintptr_t>(child)));
-    return hash ^ (hash >> 29);
+    // A sum of the words times distinct odd constants: the products are independent, so the
+    // digest costs a few cycles once the node is in cache, and a change of any single word
+    // changes the sum (an odd factor has an inverse modulo 2^64).
+    uint64_t words[12];
+    static_assert(sizeof(AABB) == 3 * sizeof(uint64_t), "a box is six floats");
+    std::memcpy(words, &node.worldBounds, sizeof(AABB));
+    words[3] = node.triangles.size();
+    for (int slot = 0; slot < 8; ++slot)
+        words[4 + slot] = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(node.children[slot]));
+    uint64_t sums[4] = {0, 0, 0, 0};
+    for (int i = 0; i < 12; ++i)
+        sums[i % 4] += words[i] * (0x9E3779B97F4A7C15ull + 2 * i * 0x632BE59BD9B4E019ull);
+    return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 
 std::unique_ptr<PackedOctree> packOctree(const OctreeNode& root,
@@ -164,7 +172,7 @@ std::unique_ptr<PackedOctree> packOctree(const OctreeNode& root,
     if (root.isLeaf()) return nullptr; // a single list gains nothing from a copy
     Packer packer(*out, vertices, indices, nodeLimit);
     packer.noteBox(root.worldBounds);
-    if (!packer.reserve(root) || packer.pack(root, 0) == kNoRecord) return nullptr;
+    if (!packer.reserve(root) || !packer.pack(root, 0, out->root)) return nullptr;
     out->longestEdge = std::sqrt(out->longestEdge) * (1.0f + 1e-6f); // a root rounded down
     return out;
 #else

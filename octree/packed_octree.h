@@ -20,6 +20,7 @@
 namespace octree_detail {
 
 constexpr uint32_t kNoRecord = 0xFFFFFFFFu;
+constexpr uint32_t kInner = 0x80000000u; // NodeRef::shape of a node with children
 
 // Four entries of a node's list in list order. Lanes past the end of the list repeat lane 0
 // and are masked off; an entry that addresses no triangle has NaN corners, which never hit.
@@ -28,27 +29,40 @@ struct alignas(16) CornerGroup {
     int32_t number[4];
 };
 
-// The children of one node as eight lanes, by slot.
-struct alignas(64) ChildBoxes {
-    float lo[3][8], hi[3][8]; // the child's worldBounds
-    uint32_t record[8];       // the child's NodeRecord, kNoRecord for an empty slot
-    uint32_t present;         // bit per slot that holds a child
+// One node as the walk needs it before it enters: its source, a digest of the source as it
+// was packed, and where its children or its list lie in the copy.
+struct NodeRef {
+    const OctreeNode* source;
+    uint64_t signature; // nodeSignature of the source when packed
+    // Inner: its first ChildBlock. Leaf: its first CornerGroup; the leaves' lists are packed in
+    // the tree's depth-first order and none is empty, so this also ranks the leaves in it.
+    uint32_t first;
+    uint32_t shape; // inner: kInner | number of children; leaf: length of the list
 };
 
-struct NodeRecord {
-    const OctreeNode* source;
-    uint64_t signature;  // nodeSignature of the source when packed
-    uint32_t firstGroup; // the own list: groups [firstGroup, firstGroup + ceil(entries / 4))
-    uint32_t entries;    // length of the own list
-    uint32_t children;   // the node's ChildBoxes, kNoRecord when it has no child
+// Up to four children of one node, in slot order, as lanes; a node with k children has
+// ceil(k / 4) blocks in a row. Everything the walk reads to choose and enter a child sits in
+// these three cache lines. Lanes past the last child hold a point box at 0 and no source.
+struct alignas(64) ChildBlock {
+    float lo[3][4], hi[3][4]; // the children's worldBounds
+    const OctreeNode* source[4];
+    uint64_t signature[4];
+    uint32_t first[4], shape[4];
+
+    NodeRef child(int lane) const {
+        return {source[lane], signature[lane], first[lane], shape[lane]};
+    }
 };
+static_assert(sizeof(ChildBlock) == 192, "three cache lines");
 
 struct PackedOctree {
-    std::vector<NodeRecord> nodes; // record 0 is the root
-    std::vector<ChildBoxes> boxes;
+    NodeRef root;
+    std::vector<ChildBlock> blocks;
     std::vector<CornerGroup> groups;
-    bool finiteBoxes = true;  // no NaN or infinite coordinate in any box
-    float longestEdge = 0.0f; // of any packed triangle, in mesh coordinates
+    bool finiteBoxes = true;   // no NaN or infinite coordinate in any box
+    bool orderedBoxes = true;  // and min <= max on every axis of every box
+    bool finiteCorners = true; // every corner of a triangle that an entry addresses is finite
+    float longestEdge = 0.0f;  // of any packed triangle, in mesh coordinates
     // The arrays the corners come from; a query with others uses the nodes.
     const kvx::nsVertex* vertexData = nullptr;
     size_t vertexCount = 0;
@@ -63,7 +77,7 @@ struct PackedOctree {
 };
 
 // A digest of what the ray reads of a node besides its list's entries: worldBounds, the list's
-// length and the child slots.
+// length and the child slots. A change of any one of these words always changes the digest.
 uint64_t nodeSignature(const OctreeNode& node);
 
 // The copy of the tree under `root`, or null when the platform lacks the vector instructions,

@@ -28,62 +28,68 @@ constexpr int kStackDepth = 8 * 66; // eight children a level, packed trees at m
 // The best hit so far, in the order of the file comment.
 struct Best {
     float distance = kFloatMax; // a hit must be nearer than the largest float to count
-    uint32_t leaf = kNoRecord;  // none found yet
+    uint32_t leaf = kNoRecord;  // the leaf's rank (NodeRef::first); none found yet
     float t = 0.0f;
     vec3 point;
     int triangle = -1;
 };
 
 struct Pending {
-    uint32_t record;
+    NodeRef node;
     float nearest; // no hit below it lies nearer than this
 };
 
-// The node still is what was packed: boxes, list length and child slots by signature, the
-// list's entries four at a time.
-bool matchesSource(const NodeRecord& node, const PackedOctree& tree) {
+// The node still is what was packed: boxes, list length and child slots by signature, a leaf's
+// entries four at a time.
+bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
     const OctreeNode& source = *node.source;
     if (nodeSignature(source) != node.signature) return false;
+    if (node.shape & kInner) return true; // its empty list is part of the signature
     const int* entries = source.triangles.data();
-    const CornerGroup* group = &tree.groups[node.firstGroup];
+    const CornerGroup* group = &tree.groups[node.first];
     uint32_t i = 0;
-    for (; i + 4 <= node.entries; i += 4, ++group) {
+    for (; i + 4 <= node.shape; i += 4, ++group) {
         const __m128i same =
             _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries + i)),
                             _mm_load_si128(reinterpret_cast<const __m128i*>(group->number)));
         if (_mm_movemask_epi8(same) != 0xFFFF) return false;
     }
-    for (uint32_t lane = 0; i < node.entries; ++i, ++lane)
+    for (uint32_t lane = 0; i < node.shape; ++i, ++lane)
         if (entries[i] != group->number[lane]) return false;
     return true;
 }
 
-void prefetchRecord(const PackedOctree& tree, uint32_t record) {
-    const NodeRecord& node = tree.nodes[record];
+// What entering the node will read: the source's fields and the first block of children or
+// the whole list.
+void prefetchNode(const PackedOctree& tree, const NodeRef& node) {
     const char* source = reinterpret_cast<const char*>(node.source);
     __builtin_prefetch(source + offsetof(OctreeNode, worldBounds));
     __builtin_prefetch(source + offsetof(OctreeNode, children));
     __builtin_prefetch(source + offsetof(OctreeNode, children) + sizeof(node.source->children) - 1);
-    if (node.children != kNoRecord) {
-        const char* boxes = reinterpret_cast<const char*>(&tree.boxes[node.children]);
-        for (size_t line = 0; line < sizeof(ChildBoxes); line += 64)
-            __builtin_prefetch(boxes + line);
+    const char* first;
+    size_t bytes;
+    if (node.shape & kInner) {
+        first = reinterpret_cast<const char*>(&tree.blocks[node.first]);
+        bytes = sizeof(ChildBlock);
+    } else {
+        first = reinterpret_cast<const char*>(&tree.groups[node.first]);
+        bytes = (node.shape + 3) / 4 * sizeof(CornerGroup);
     }
-    const char* groups = reinterpret_cast<const char*>(&tree.groups[node.firstGroup]);
-    const size_t bytes = (node.entries + 3) / 4 * sizeof(CornerGroup);
-    for (size_t line = 0; line < bytes; line += 64) __builtin_prefetch(groups + line);
+    for (size_t line = 0; line < bytes; line += 64) __builtin_prefetch(first + line);
 }
 
 // The hits of a leaf's list, in list order, against the best so far.
-void hitsInLeaf(uint32_t record, const PackedOctree& tree, const RayQuery& q, Best& best) {
-    const NodeRecord& node = tree.nodes[record];
-    for (uint32_t start = 0; start < node.entries; start += 4) {
-        const CornerGroup& group = tree.groups[node.firstGroup + start / 4];
-        const uint32_t lanes = node.entries - start < 4 ? node.entries - start : 4;
+void hitsInLeaf(const NodeRef& node, const PackedOctree& tree, const RayQuery& q, Best& best) {
+    const uint32_t rank = node.first;
+    for (uint32_t start = 0; start < node.shape; start += 4) {
+        const CornerGroup& group = tree.groups[node.first + start / 4];
+        const uint32_t lanes = node.shape - start < 4 ? node.shape - start : 4;
         Lanes3 p[3];
-        for (int k = 0; k < 3; ++k)
-            p[k] = q.lanes.place({_mm_load_ps(group.corner[k][0]), _mm_load_ps(group.corner[k][1]),
-                                  _mm_load_ps(group.corner[k][2])});
+        for (int k = 0; k < 3; ++k) {
+            const Lanes3 corner{_mm_load_ps(group.corner[k][0]), _mm_load_ps(group.corner[k][1]),
+                                _mm_load_ps(group.corner[k][2])};
+            p[k] = tree.finiteCorners ? q.lanes.placeFinite(corner) : q.lanes.place(corner);
+        }
         __m128 tLanes;
         const int hits =
             hitFour(q.origin, q.direction, p[0], p[1], p[2], tLanes) & ((1 << lanes) - 1);
@@ -100,10 +106,10 @@ void hitsInLeaf(uint32_t record, const PackedOctree& tree, const RayQuery& q, Be
                     ? distance < kFloatMax
                     : distance < best.distance ||
                           (distance == best.distance &&
-                           (record < best.leaf || (record == best.leaf && t[lane] < best.t)));
+                           (rank < best.leaf || (rank == best.leaf && t[lane] < best.t)));
             if (!better) continue;
             best.distance = distance;
-            best.leaf = record;
+            best.leaf = rank;
             best.t = t[lane];
             best.point = point;
             best.triangle = group.number[lane];
@@ -146,20 +152,31 @@ struct Walk {
 
     // Pushes the children whose boxes the ray meets, farthest entry first so that the nearest
     // is walked next; false when the stack is full.
-    bool pushChildren(const ChildBoxes& children) {
-        Pending found[8];
-        float entries[8];
+    bool pushChildren(const NodeRef& node, float bestDistance) {
+        struct Found {
+            float entry, nearest;
+            uint32_t child; // the child's place among the node's children
+        };
+        Found found[8];
         int count = 0;
-        for (int half = 0; half < 8; half += 4) {
-            const int present = static_cast<int>(children.present >> half & 15);
-            if (!present) continue;
+        const uint32_t children = node.shape & ~kInner;
+        const ChildBlock* blocks = &tree.blocks[node.first];
+        const __m128 best = _mm_set1_ps(bestDistance);
+        for (uint32_t start = 0; start < children; start += 4) {
+            const ChildBlock& block = blocks[start / 4];
+            if (start + 4 < children) // the next block's lines are on their way meanwhile
+                for (size_t line = 0; line < sizeof(ChildBlock); line += 64)
+                    __builtin_prefetch(reinterpret_cast<const char*>(&block + 1) + line);
+            const int present = children - start >= 4 ? 15 : (1 << (children - start)) - 1;
             __m128 boxLo[3], boxHi[3], lo[3], hi[3], entry;
             for (int axis = 0; axis < 3; ++axis) {
-                boxLo[axis] = _mm_load_ps(&children.lo[axis][half]);
-                boxHi[axis] = _mm_load_ps(&children.hi[axis][half]);
+                boxLo[axis] = _mm_load_ps(block.lo[axis]);
+                boxHi[axis] = _mm_load_ps(block.hi[axis]);
             }
-            const int hits =
-                q.probe.hitsFour(boxLo, boxHi, tree.finiteBoxes, lo, hi, entry) & present;
+            int hits = tree.orderedBoxes
+                           ? q.probe.hitsFourOrdered(boxLo, boxHi, lo, hi, entry)
+                           : q.probe.hitsFour(boxLo, boxHi, tree.finiteBoxes, lo, hi, entry);
+            hits &= present;
             if (!hits) continue;
             // The Euclidean gap from the origin to each grown box; NaN gives 0.
             __m128 gap2 = _mm_setzero_ps();
@@ -169,26 +186,27 @@ struct Walk {
                 const __m128 g = _mm_max_ps(_mm_max_ps(below, above), _mm_setzero_ps());
                 gap2 = _mm_add_ps(gap2, _mm_mul_ps(g, g));
             }
+            const __m128 nearestLanes = _mm_mul_ps(_mm_sqrt_ps(gap2), _mm_set1_ps(1.0f - 1e-5f));
+            // What lies beyond the best hit would be passed over when popped; drop it now.
+            hits &= ~_mm_movemask_ps(_mm_cmpgt_ps(nearestLanes, best));
+            if (!hits) continue;
             float nearest[4], enter[4];
-            _mm_storeu_ps(nearest, _mm_mul_ps(_mm_sqrt_ps(gap2), _mm_set1_ps(1.0f - 1e-5f)));
+            _mm_storeu_ps(nearest, nearestLanes);
             _mm_storeu_ps(enter, entry);
             for (int lane = 0; lane < 4; ++lane) {
                 if (!(hits >> lane & 1)) continue;
-                const Pending c{children.record[half + lane], nearest[lane]};
                 // Sorted by entry, farthest first; a NaN entry sorts first, walked last.
                 int i = count++;
-                for (; i > 0 && enter[lane] > entries[i - 1]; --i) {
-                    found[i] = found[i - 1];
-                    entries[i] = entries[i - 1];
-                }
-                found[i] = c;
-                entries[i] = enter[lane];
+                for (; i > 0 && enter[lane] > found[i - 1].entry; --i) found[i] = found[i - 1];
+                found[i] = {enter[lane], nearest[lane], start + static_cast<uint32_t>(lane)};
             }
         }
         if (depth + count > kStackDepth) return false;
         for (int i = 0; i < count; ++i) {
-            prefetchRecord(tree, found[i].record);
-            stack[depth++] = found[i];
+            const uint32_t child = found[i].child;
+            const NodeRef ref = blocks[child / 4].child(static_cast<int>(child % 4));
+            prefetchNode(tree, ref);
+            stack[depth++] = {ref, found[i].nearest};
         }
         return true;
     }
@@ -198,17 +216,16 @@ struct Walk {
 
 int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBox& rootBox,
                  vec3& hitPoint, int& hitTriangle) {
-    Walk walk(tree, query, hitSlack(tree, query, tree.nodes[0].source->worldBounds, rootBox));
+    Walk walk(tree, query, hitSlack(tree, query, tree.root.source->worldBounds, rootBox));
     Best best;
-    walk.stack[walk.depth++] = {0, 0.0f};
+    walk.stack[walk.depth++] = {tree.root, 0.0f};
     while (walk.depth > 0) {
         const Pending next = walk.stack[--walk.depth];
         if (next.nearest > best.distance) continue; // nothing below can be as near
-        const NodeRecord& node = tree.nodes[next.record];
-        if (!matchesSource(node, tree)) return kStale;
-        if (node.children == kNoRecord)
-            hitsInLeaf(next.record, tree, query, best);
-        else if (!walk.pushChildren(tree.boxes[node.children]))
+        if (!matchesSource(next.node, tree)) return kStale;
+        if (!(next.node.shape & kInner))
+            hitsInLeaf(next.node, tree, query, best);
+        else if (!walk.pushChildren(next.node, best.distance))
             return kStale; // deeper than a packed tree can be: let the nodes answer
     }
     if (best.leaf == kNoRecord) return 0;

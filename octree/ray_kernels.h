@@ -53,11 +53,14 @@ class BoxProbe {
                 std::fabs(d[i]) > 1e-6f ? 1.0f / d[i] : std::numeric_limits<float>::infinity();
         inverse_ = _mm_loadu_ps(inverse);
         origin_ = _mm_setr_ps(ray.origin.x, ray.origin.y, ray.origin.z, 0.0f);
+        steady_ = usable_;
         for (int i = 0; i < 3; ++i) {
             inverseLanes_[i] = _mm_set1_ps(inverse[i]);
             originLanes_[i] = _mm_set1_ps(ray.origin[i]);
             for (int r = 0; r < 4; ++r) matrix_[r][i] = _mm_set1_ps(m[r][i]);
             matrix_[3][i] = _mm_mul_ps(matrix_[3][i], _mm_set1_ps(1.0f)); // w = 1
+            steady_ = steady_ && std::isfinite(inverse[i]) && std::isfinite(ray.origin[i]);
+            lowerIsNear_[i] = inverse[i] >= 0.0f;
         }
     }
 
@@ -93,6 +96,37 @@ class BoxProbe {
             _mm_or_ps(_mm_cmpgt_ps(entry, exit), _mm_cmplt_ps(exit, _mm_setzero_ps()));
         const __m128 ahead = _mm_or_ps(inside, _mm_cmpgt_ps(entry, _mm_setzero_ps()));
         return _mm_movemask_ps(_mm_andnot_ps(miss, ahead));
+    }
+
+    // hitsFour for boxes that are finite with min <= max on every axis, under the identity: the
+    // fold over the corners then gives each box's own corners plus +0, and when the ray moves
+    // along every axis from a finite origin, no crossing is NaN, so the nearer crossing of an
+    // axis is the one of the side the ray comes from. The same values, with fewer operations.
+    int hitsFourOrdered(const __m128 boxLo[3], const __m128 boxHi[3], __m128 lo[3], __m128 hi[3],
+                        __m128& entry) const {
+        if (!identity_ || !steady_) return hitsFour(boxLo, boxHi, true, lo, hi, entry);
+        const __m128 zero = _mm_setzero_ps();
+        __m128 nearT[3], farT[3];
+        for (int i = 0; i < 3; ++i) {
+            lo[i] = _mm_add_ps(boxLo[i], zero);
+            hi[i] = _mm_add_ps(boxHi[i], zero);
+            const __m128 t1 = _mm_mul_ps(_mm_sub_ps(lo[i], originLanes_[i]), inverseLanes_[i]);
+            const __m128 t2 = _mm_mul_ps(_mm_sub_ps(hi[i], originLanes_[i]), inverseLanes_[i]);
+            nearT[i] = lowerIsNear_[i] ? t1 : t2;
+            farT[i] = lowerIsNear_[i] ? t2 : t1;
+        }
+        entry = _mm_max_ps(nearT[2], _mm_max_ps(nearT[1], nearT[0]));
+        const __m128 exit = _mm_min_ps(farT[2], _mm_min_ps(farT[1], farT[0]));
+        const int met =
+            _mm_movemask_ps(_mm_or_ps(_mm_cmpgt_ps(entry, exit), _mm_cmplt_ps(exit, zero))) ^ 15;
+        const int ahead = _mm_movemask_ps(_mm_cmpgt_ps(entry, zero));
+        if (!(met & ~ahead)) return met & ahead;
+        // A box the line is in at t = 0 counts only if the origin lies in it.
+        __m128 inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
+        for (int i = 0; i < 3; ++i)
+            inside = _mm_and_ps(inside, _mm_and_ps(_mm_cmpge_ps(originLanes_[i], lo[i]),
+                                                   _mm_cmple_ps(originLanes_[i], hi[i])));
+        return met & (ahead | _mm_movemask_ps(inside));
     }
 
     bool hits(const AABB& box, PlacedBox& placed) const {
@@ -195,6 +229,8 @@ class BoxProbe {
     __m128 originLanes_[3];
     bool usable_;
     bool identity_;
+    bool steady_;         // usable, finite origin, and the ray moves along every axis
+    bool lowerIsNear_[3]; // per axis, the ray meets a box's lower side first
 };
 
 // The model matrix applied to four points: (m0 * x + m1 * y) + (m2 * z + m3 * 1), first three
@@ -205,6 +241,13 @@ class LaneMatrix {
         for (int c = 0; c < 4; ++c)
             for (int r = 0; r < 3; ++r) m_[c][r] = _mm_set1_ps(model[c][r]);
         for (int r = 0; r < 3; ++r) m_[3][r] = _mm_mul_ps(m_[3][r], _mm_set1_ps(1.0f));
+    }
+
+    // place() for points known to be finite.
+    Lanes3 placeFinite(const Lanes3& p) const {
+        if (!identity_) return place(p);
+        const __m128 zero = _mm_setzero_ps();
+        return {_mm_add_ps(p.x, zero), _mm_add_ps(p.y, zero), _mm_add_ps(p.z, zero)};
     }
 
     Lanes3 place(const Lanes3& p) const {
