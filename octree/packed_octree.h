@@ -1,6 +1,7 @@
-// A compact copy of a builder's tree for the ray hit: each node's child boxes side by side and
-// each list's triangle corners as lanes, so that a ray reads a few dense records per level
-// instead of every child node, its list, its index entries and its scattered vertices.
+// A compact copy of a builder's tree for the ray hit: each node's children four to a block
+// (their boxes as lanes, beside what entering them takes) and each list's triangle corners as
+// lanes, so that a ray reads a few dense records per level instead of every child node, its
+// list, its index entries and its scattered vertices.
 //
 // The copy stands for the tree as it was when it was packed. A tree is public, though, and may
 // be changed by hand afterwards, so every node the walk enters is compared with its source
