@@ -20,7 +20,6 @@
 
 namespace octree_detail {
 
-constexpr uint32_t kNoRecord = 0xFFFFFFFFu;
 constexpr uint32_t kInner = 0x80000000u; // NodeRef::shape of a node with children
 
 // Four entries of a node's list in list order. Lanes past the end of the list repeat lane 0

@@ -23,12 +23,13 @@ namespace octree_detail {
 namespace {
 
 constexpr int kStale = -1;
-constexpr int kStackDepth = 8 * 66; // eight children a level, packed trees at most 65 deep
+constexpr uint32_t kNoLeaf = 0xFFFFFFFFu; // no leaf yet; ranks stay below 2^31
+constexpr int kStackDepth = 8 * 66;       // eight children a level, packed trees at most 65 deep
 
 // The best hit so far, in the order of the file comment.
 struct Best {
     float distance = kFloatMax; // a hit must be nearer than the largest float to count
-    uint32_t leaf = kNoRecord;  // the leaf's rank (NodeRef::first); none found yet
+    uint32_t leaf = kNoLeaf;    // the leaf's rank (NodeRef::first); none found yet
     float t = 0.0f;
     vec3 point;
     int triangle = -1;
@@ -102,7 +103,7 @@ void hitsInLeaf(const NodeRef& node, const PackedOctree& tree, const RayQuery& q
             const float distance = glm::length(point - q.ray.origin);
             // Within one leaf, list order decides ties of the parameter.
             const bool better =
-                best.leaf == kNoRecord
+                best.leaf == kNoLeaf
                     ? distance < kFloatMax
                     : distance < best.distance ||
                           (distance == best.distance &&
@@ -228,7 +229,7 @@ int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBo
         else if (!walk.pushChildren(next.node, best.distance))
             return kStale; // deeper than a packed tree can be: let the nodes answer
     }
-    if (best.leaf == kNoRecord) return 0;
+    if (best.leaf == kNoLeaf) return 0;
     hitPoint = best.point;
     hitTriangle = best.triangle;
     return 1;
