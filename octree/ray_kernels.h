@@ -81,20 +81,17 @@ class BoxProbe {
         }
         if (!usable_) return 0;
         __m128 nearT[3], farT[3];
-        __m128 inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
         for (int i = 0; i < 3; ++i) {
             const __m128 t1 = _mm_mul_ps(_mm_sub_ps(lo[i], originLanes_[i]), inverseLanes_[i]);
             const __m128 t2 = _mm_mul_ps(_mm_sub_ps(hi[i], originLanes_[i]), inverseLanes_[i]);
             nearT[i] = _mm_min_ps(t2, t1);
             farT[i] = _mm_max_ps(t2, t1);
-            inside = _mm_and_ps(inside, _mm_and_ps(_mm_cmpge_ps(originLanes_[i], lo[i]),
-                                                   _mm_cmple_ps(originLanes_[i], hi[i])));
         }
         entry = _mm_max_ps(nearT[2], _mm_max_ps(nearT[1], nearT[0]));
         const __m128 exit = _mm_min_ps(farT[2], _mm_min_ps(farT[1], farT[0]));
         const __m128 miss =
             _mm_or_ps(_mm_cmpgt_ps(entry, exit), _mm_cmplt_ps(exit, _mm_setzero_ps()));
-        const __m128 ahead = _mm_or_ps(inside, _mm_cmpgt_ps(entry, _mm_setzero_ps()));
+        const __m128 ahead = _mm_or_ps(originInside(lo, hi), _mm_cmpgt_ps(entry, _mm_setzero_ps()));
         return _mm_movemask_ps(_mm_andnot_ps(miss, ahead));
     }
 
@@ -122,11 +119,16 @@ class BoxProbe {
         const int ahead = _mm_movemask_ps(_mm_cmpgt_ps(entry, zero));
         if (!(met & ~ahead)) return met & ahead;
         // A box the line is in at t = 0 counts only if the origin lies in it.
+        return met & (ahead | _mm_movemask_ps(originInside(lo, hi)));
+    }
+
+    // Lanes whose placed box holds the origin, faces included.
+    __m128 originInside(const __m128 lo[3], const __m128 hi[3]) const {
         __m128 inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
         for (int i = 0; i < 3; ++i)
             inside = _mm_and_ps(inside, _mm_and_ps(_mm_cmpge_ps(originLanes_[i], lo[i]),
                                                    _mm_cmple_ps(originLanes_[i], hi[i])));
-        return met & (ahead | _mm_movemask_ps(inside));
+        return inside;
     }
 
     bool hits(const AABB& box, PlacedBox& placed) const {
