@@ -118,7 +118,9 @@ namespace meshGeometry {
 // their ray parameter, children's hits by their Euclidean distance from the origin, so the ray's
 // direction should be of unit length; ties keep the earlier candidate (own list, then slot 0 to
 // 7). On a hit returns true with `hitPoint` (world space) and `hitTriangle`; otherwise returns
-// false and leaves both untouched.
+// false and leaves both untouched. On a tree from buildOctreeFromTriangleIndices the positions
+// must stay those it was built over (its boxes rely on them): after moving vertices in place,
+// build the tree again.
 KORVEX_API bool TraverseOctreeForRayHit(OctreeNode* node, const Ray& ray, const mat4& modelMatrix,
                                         const std::vector<kvx::nsVertex>& vertices,
                                         const std::vector<unsigned int>& indices, vec3& hitPoint,
