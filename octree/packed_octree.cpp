@@ -2,14 +2,22 @@
 
 #include "octree/triangle_number.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace octree_detail {
+
+#if defined(__SSE2__) // the copy is walked with these instructions only
 
 namespace {
 
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr int kDeepestPacked = 64; // builds stop at depth 9; anything deeper was made by hand
 constexpr size_t kMostGroups = std::numeric_limits<uint32_t>::max() / 2; // record fields are 32-bit
 
@@ -26,6 +34,8 @@ class Packer {
         if (!count(root, 0, nodes, blocks, groups)) return false;
         out_.blocks.reserve(blocks);
         out_.groups.reserve(groups);
+        out_.numbers.reserve(4 * groups);
+        out_.groupBoxes.reserve((groups + 3) / 4);
         return true;
     }
 
@@ -104,11 +114,12 @@ class Packer {
     void packList(const std::vector<int>& list) {
         for (size_t start = 0; start < list.size(); start += 4) {
             CornerGroup group;
+            int32_t numbers[4];
             for (int lane = 0; lane < 4; ++lane) {
                 // Lanes past the end repeat lane 0 so that a group of finite corners stays
                 // finite, which keeps the identity placement's quick path.
                 const size_t entry = start + lane < list.size() ? start + lane : start;
-                group.number[lane] = list[entry];
+                numbers[lane] = list[entry];
                 unsigned int v[3];
                 const bool usable = triangleCorners(list[entry], indices_, vertices_.size(), v);
                 if (usable && entry == start + lane) noteEdges(v);
@@ -118,7 +129,39 @@ class Packer {
                                                           ? vertices_[v[k]].position[axis]
                                                           : std::numeric_limits<float>::quiet_NaN();
             }
+            out_.numbers.insert(out_.numbers.end(), numbers, numbers + 4);
+            noteGroupBox(group);
             out_.groups.push_back(group);
+        }
+    }
+
+    // The box of the group about to be appended. NaN corners would drop out of a min and max,
+    // and an infinite one gives no useful box, so either makes the box all of space.
+    void noteGroupBox(const CornerGroup& group) {
+        const size_t index = out_.groups.size();
+        if (index % 4 == 0) out_.groupBoxes.push_back(GroupBoxes{});
+        GroupBoxes& boxes = out_.groupBoxes.back();
+        const int lane = static_cast<int>(index % 4);
+        const __m128 zero = _mm_setzero_ps();
+        int finite = 15;
+        for (int axis = 0; axis < 3; ++axis) {
+            __m128 lo = _mm_load_ps(group.corner[0][axis]), hi = lo;
+            for (int k = 0; k < 3; ++k) {
+                const __m128 c = _mm_load_ps(group.corner[k][axis]);
+                finite &= _mm_movemask_ps(_mm_cmpeq_ps(_mm_sub_ps(c, c), zero));
+                lo = _mm_min_ps(lo, c);
+                hi = _mm_max_ps(hi, c);
+            }
+            float l[4], h[4];
+            _mm_storeu_ps(l, lo);
+            _mm_storeu_ps(h, hi);
+            boxes.lo[axis][lane] = std::min(std::min(l[0], l[1]), std::min(l[2], l[3]));
+            boxes.hi[axis][lane] = std::max(std::max(h[0], h[1]), std::max(h[2], h[3]));
+        }
+        if (finite == 15) return;
+        for (int axis = 0; axis < 3; ++axis) {
+            boxes.lo[axis][lane] = -kInfinity;
+            boxes.hi[axis][lane] = kInfinity;
         }
     }
 
@@ -142,6 +185,8 @@ class Packer {
 };
 
 } // namespace
+
+#endif
 
 uint64_t nodeSignature(const OctreeNode& node) {
     // A sum of the words times distinct odd constants: the products are independent, so the

@@ -22,11 +22,18 @@ namespace octree_detail {
 
 constexpr uint32_t kInner = 0x80000000u; // NodeRef::shape of a node with children
 
-// Four entries of a node's list in list order. Lanes past the end of the list repeat lane 0
-// and are masked off; an entry that addresses no triangle has NaN corners, which never hit.
+// The corners of four entries of a node's list in list order. Lanes past the end of the list
+// repeat lane 0 and are masked off; an entry that addresses no triangle has NaN corners, which
+// never hit. The entries themselves are in PackedOctree::numbers, four a group.
 struct alignas(16) CornerGroup {
     float corner[3][3][4]; // corner k, axis, lane
-    int32_t number[4];
+};
+
+// The boxes of four consecutive groups (groups 4b to 4b + 3 in block b) as lanes: the exact
+// fit of each group's corners, or the whole of space for a group with a corner that is not
+// finite. A leaf's groups need not start a block.
+struct alignas(16) GroupBoxes {
+    float lo[3][4], hi[3][4];
 };
 
 // One node as the walk needs it before it enters: its source, a digest of the source as it
@@ -59,8 +66,10 @@ struct PackedOctree {
     NodeRef root;
     std::vector<ChildBlock> blocks;
     std::vector<CornerGroup> groups;
-    bool finiteBoxes = true;   // no NaN or infinite coordinate in any box
-    bool orderedBoxes = true;  // and min <= max on every axis of every box
+    std::vector<int32_t> numbers;       // the entries of group g at 4g to 4g + 3
+    std::vector<GroupBoxes> groupBoxes; // group g's box in block g / 4, lane g % 4
+    bool finiteBoxes = true;            // no NaN or infinite coordinate in any box
+    bool orderedBoxes = true;           // and min <= max on every axis of every box
     bool finiteCorners = true; // every corner of a triangle that an entry addresses is finite
     float longestEdge = 0.0f;  // of any packed triangle, in mesh coordinates
     // The arrays the corners come from; a query with others uses the nodes.

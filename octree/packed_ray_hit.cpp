@@ -18,6 +18,8 @@
 
 #include <emmintrin.h>
 
+#include <cstring>
+
 namespace octree_detail {
 
 namespace {
@@ -46,23 +48,14 @@ bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
     const OctreeNode& source = *node.source;
     if (nodeSignature(source) != node.signature) return false;
     if (node.shape & kInner) return true; // its empty list is part of the signature
-    const int* entries = source.triangles.data();
-    const CornerGroup* group = &tree.groups[node.first];
-    uint32_t i = 0;
-    for (; i + 4 <= node.shape; i += 4, ++group) {
-        const __m128i same =
-            _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries + i)),
-                            _mm_load_si128(reinterpret_cast<const __m128i*>(group->number)));
-        if (_mm_movemask_epi8(same) != 0xFFFF) return false;
-    }
-    for (uint32_t lane = 0; i < node.shape; ++i, ++lane)
-        if (entries[i] != group->number[lane]) return false;
-    return true;
+    // A leaf's entries lie in `numbers` in list order, from four times its first group.
+    return std::memcmp(source.triangles.data(), &tree.numbers[size_t{4} * node.first],
+                       node.shape * sizeof(int32_t)) == 0;
 }
 
 // What entering the node will read: the source's fields and the first block of children or
 // the whole list.
-void prefetchNode(const PackedOctree& tree, const NodeRef& node) {
+void prefetchNode(const PackedOctree& tree, const NodeRef& node, bool groupsFiltered) {
     const char* source = reinterpret_cast<const char*>(node.source);
     __builtin_prefetch(source + offsetof(OctreeNode, worldBounds));
     __builtin_prefetch(source + offsetof(OctreeNode, children));
@@ -72,48 +65,119 @@ void prefetchNode(const PackedOctree& tree, const NodeRef& node) {
     if (node.shape & kInner) {
         first = reinterpret_cast<const char*>(&tree.blocks[node.first]);
         bytes = sizeof(ChildBlock);
+    } else if (groupsFiltered) {
+        // The groups themselves wait for their boxes' test, which passes most of them over.
+        first = reinterpret_cast<const char*>(&tree.groupBoxes[node.first / 4]);
+        bytes = ((node.first % 4 + (node.shape + 3) / 4 + 3) / 4) * sizeof(GroupBoxes);
     } else {
         first = reinterpret_cast<const char*>(&tree.groups[node.first]);
         bytes = (node.shape + 3) / 4 * sizeof(CornerGroup);
     }
+    if (!(node.shape & kInner)) __builtin_prefetch(&tree.numbers[size_t{4} * node.first]);
     for (size_t line = 0; line < bytes; line += 64) __builtin_prefetch(first + line);
 }
 
-// The hits of a leaf's list, in list order, against the best so far.
-void hitsInLeaf(const NodeRef& node, const PackedOctree& tree, const RayQuery& q, Best& best) {
-    const uint32_t rank = node.first;
-    for (uint32_t start = 0; start < node.shape; start += 4) {
-        const CornerGroup& group = tree.groups[node.first + start / 4];
-        const uint32_t lanes = node.shape - start < 4 ? node.shape - start : 4;
-        Lanes3 p[3];
-        for (int k = 0; k < 3; ++k) {
-            const Lanes3 corner{_mm_load_ps(group.corner[k][0]), _mm_load_ps(group.corner[k][1]),
-                                _mm_load_ps(group.corner[k][2])};
-            p[k] = tree.finiteCorners ? q.lanes.placeFinite(corner) : q.lanes.place(corner);
+// Which groups of a leaf the ray may hit, under the identity for a steady ray: those whose box,
+// grown by how far a hit may stray from its triangle, the line meets. The point o + d t of a
+// hit lies within that distance of its group's box on every axis, so t lies in each axis's span
+// of the grown box; where the spans share no t, no triangle of the group can report a hit.
+class GroupFilter {
+  public:
+    GroupFilter(const RayQuery& q, float hitSlack) : on_(q.probe.steadyUnderIdentity()) {
+        // A little more than the slack, and a relative part per coordinate, so that the grown
+        // box's rounded sides still lie outside the exact ones.
+        grow_ = _mm_set1_ps(hitSlack * (1.0f + 1e-6f));
+        on_ = on_ && std::isfinite(hitSlack);
+        for (int axis = 0; axis < 3; ++axis) {
+            origin_[axis] = _mm_set1_ps(q.ray.origin[axis]);
+            inverse_[axis] = _mm_set1_ps(1.0f / q.ray.direction[axis]);
         }
-        __m128 tLanes;
-        const int hits =
-            hitFour(q.origin, q.direction, p[0], p[1], p[2], tLanes) & ((1 << lanes) - 1);
-        if (!hits) continue;
-        float t[4];
-        _mm_storeu_ps(t, tLanes);
-        for (uint32_t lane = 0; lane < lanes; ++lane) {
-            if (!(hits >> lane & 1) || !(t[lane] < kFloatMax)) continue;
-            const vec3 point = q.ray.origin + q.ray.direction * t[lane];
-            const float distance = glm::length(point - q.ray.origin);
-            // Within one leaf, list order decides ties of the parameter.
-            const bool better =
-                best.leaf == kNoLeaf
-                    ? distance < kFloatMax
-                    : distance < best.distance ||
-                          (distance == best.distance &&
-                           (rank < best.leaf || (rank == best.leaf && t[lane] < best.t)));
-            if (!better) continue;
-            best.distance = distance;
-            best.leaf = rank;
-            best.t = t[lane];
-            best.point = point;
-            best.triangle = group.number[lane];
+    }
+
+    bool on() const { return on_; }
+
+    // A bit per lane of `boxes` that the ray may hit.
+    int mayHit(const GroupBoxes& boxes) const {
+        const __m128 relative = _mm_set1_ps(2.5e-7f); // about 4 units of rounding
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
+        __m128 enter = _mm_set1_ps(-kInfinity), exit = _mm_set1_ps(kInfinity);
+        for (int axis = 0; axis < 3; ++axis) {
+            const __m128 lo = _mm_load_ps(boxes.lo[axis]), hi = _mm_load_ps(boxes.hi[axis]);
+            const __m128 loGrown =
+                _mm_sub_ps(lo, _mm_add_ps(grow_, _mm_mul_ps(_mm_and_ps(lo, magnitude), relative)));
+            const __m128 hiGrown =
+                _mm_add_ps(hi, _mm_add_ps(grow_, _mm_mul_ps(_mm_and_ps(hi, magnitude), relative)));
+            const __m128 t1 = _mm_mul_ps(_mm_sub_ps(loGrown, origin_[axis]), inverse_[axis]);
+            const __m128 t2 = _mm_mul_ps(_mm_sub_ps(hiGrown, origin_[axis]), inverse_[axis]);
+            enter = _mm_max_ps(enter, _mm_min_ps(t1, t2));
+            exit = _mm_min_ps(exit, _mm_max_ps(t1, t2));
+        }
+        // The spans carry a few units of rounding; only a clear gap passes a group over.
+        const __m128 slack = _mm_set1_ps(korvex_detail::kSpanSlack);
+        const __m128 enterLow = _mm_sub_ps(enter, _mm_mul_ps(_mm_and_ps(enter, magnitude), slack));
+        const __m128 exitHigh = _mm_add_ps(exit, _mm_mul_ps(_mm_and_ps(exit, magnitude), slack));
+        return _mm_movemask_ps(_mm_cmple_ps(enterLow, exitHigh));
+    }
+
+  private:
+    bool on_;
+    __m128 grow_;
+    __m128 origin_[3], inverse_[3];
+};
+
+// The hits of one group, lanes below `lanes`, against the best so far.
+void hitsInGroup(uint32_t g, uint32_t lanes, uint32_t rank, const PackedOctree& tree,
+                 const RayQuery& q, Best& best) {
+    const CornerGroup& group = tree.groups[g];
+    Lanes3 p[3];
+    for (int k = 0; k < 3; ++k) {
+        const Lanes3 corner{_mm_load_ps(group.corner[k][0]), _mm_load_ps(group.corner[k][1]),
+                            _mm_load_ps(group.corner[k][2])};
+        p[k] = tree.finiteCorners ? q.lanes.placeFinite(corner) : q.lanes.place(corner);
+    }
+    __m128 tLanes;
+    const int hits = hitFour(q.origin, q.direction, p[0], p[1], p[2], tLanes) & ((1 << lanes) - 1);
+    if (!hits) return;
+    float t[4];
+    _mm_storeu_ps(t, tLanes);
+    for (uint32_t lane = 0; lane < lanes; ++lane) {
+        if (!(hits >> lane & 1) || !(t[lane] < kFloatMax)) continue;
+        const vec3 point = q.ray.origin + q.ray.direction * t[lane];
+        const float distance = glm::length(point - q.ray.origin);
+        // Within one leaf, list order decides ties of the parameter.
+        const bool better =
+            best.leaf == kNoLeaf
+                ? distance < kFloatMax
+                : distance < best.distance ||
+                      (distance == best.distance &&
+                       (rank < best.leaf || (rank == best.leaf && t[lane] < best.t)));
+        if (!better) continue;
+        best.distance = distance;
+        best.leaf = rank;
+        best.t = t[lane];
+        best.point = point;
+        best.triangle = tree.numbers[size_t{4} * g + lane];
+    }
+}
+
+// The hits of a leaf's list, in list order, against the best so far.
+void hitsInLeaf(const NodeRef& node, const PackedOctree& tree, const RayQuery& q,
+                const GroupFilter& filter, Best& best) {
+    const uint32_t first = node.first, end = first + (node.shape + 3) / 4;
+    for (uint32_t block = first / 4; block * 4 < end; ++block) {
+        int lanes = 15;
+        if (block * 4 < first) lanes &= 15 << (first - block * 4);
+        if (block * 4 + 4 > end) lanes &= 15 >> (block * 4 + 4 - end);
+        if (filter.on()) lanes &= filter.mayHit(tree.groupBoxes[block]);
+        for (int lane = 0; lane < 4; ++lane)
+            if (lanes >> lane & 1)
+                for (size_t line = 0; line < sizeof(CornerGroup); line += 64)
+                    __builtin_prefetch(
+                        reinterpret_cast<const char*>(&tree.groups[block * 4 + lane]) + line);
+        for (int lane = 0; lane < 4; ++lane) {
+            if (!(lanes >> lane & 1)) continue;
+            const uint32_t g = block * 4 + lane, start = 4 * (g - first);
+            hitsInGroup(g, node.shape - start < 4 ? node.shape - start : 4, first, tree, q, best);
         }
     }
 }
@@ -141,13 +205,14 @@ float hitSlack(const PackedOctree& tree, const RayQuery& q, const AABB& rootMode
 struct Walk {
     const PackedOctree& tree;
     const RayQuery& q;
+    const GroupFilter filter;
     __m128 origin[3];
     __m128 slack;
     Pending stack[kStackDepth]; // left unset: only entries below `depth` are read
     int depth = 0;
 
     Walk(const PackedOctree& packed, const RayQuery& query, float hitSlack)
-        : tree(packed), q(query), slack(_mm_set1_ps(hitSlack)) {
+        : tree(packed), q(query), filter(query, hitSlack), slack(_mm_set1_ps(hitSlack)) {
         for (int axis = 0; axis < 3; ++axis) origin[axis] = _mm_set1_ps(q.ray.origin[axis]);
     }
 
@@ -206,7 +271,7 @@ struct Walk {
         for (int i = 0; i < count; ++i) {
             const uint32_t child = found[i].child;
             const NodeRef ref = blocks[child / 4].child(static_cast<int>(child % 4));
-            prefetchNode(tree, ref);
+            prefetchNode(tree, ref, filter.on());
             stack[depth++] = {ref, found[i].nearest};
         }
         return true;
@@ -225,7 +290,7 @@ int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBo
         if (next.nearest > best.distance) continue; // nothing below can be as near
         if (!matchesSource(next.node, tree)) return kStale;
         if (!(next.node.shape & kInner))
-            hitsInLeaf(next.node, tree, query, best);
+            hitsInLeaf(next.node, tree, query, walk.filter, best);
         else if (!walk.pushChildren(next.node, best.distance))
             return kStale; // deeper than a packed tree can be: let the nodes answer
     }

@@ -95,6 +95,9 @@ class BoxProbe {
         return _mm_movemask_ps(_mm_andnot_ps(miss, ahead));
     }
 
+    // Under the identity, a usable ray from a finite origin that moves along every axis.
+    bool steadyUnderIdentity() const { return identity_ && steady_; }
+
     // hitsFour for boxes that are finite with min <= max on every axis, under the identity: the
     // fold over the corners then gives each box's own corners plus +0, and when the ray moves
     // along every axis from a finite origin, no crossing is NaN, so the nearer crossing of an

@@ -93,6 +93,37 @@ TEST(OctreeRayHit, MatchesThePlainTraversalAndBruteForce) {
     }
 }
 
+// Rays that skim the bunny's surface: along a triangle's edge, a hair above, on or below its
+// plane, tilted by a hair. Its triangles are small, so the walk passes over most groups of a
+// leaf by their boxes, and grazing hits are where the triangle test strays from its triangle.
+// Enough rays first that the tree answers from its packed copy.
+TEST(OctreeRayHit, RaysSkimmingTheBunny) {
+    const Mesh& bunny = testmesh::bunny();
+    const Tree tree = buildTree(bunny);
+    for (const Ray& ray : raysAt(bunny, 1000, 3, 0.02f)) {
+        vec3 point;
+        int triangle;
+        meshGeometry::TraverseOctreeForRayHit(tree.get(), ray, mat4(1.0f), bunny.vertices,
+                                              bunny.indices, point, triangle);
+    }
+    std::mt19937 rng(31);
+    const float heights[] = {0.0f, 1e-7f, -1e-7f, 1e-6f, -1e-5f};
+    const float tilts[] = {0.0f, 1e-4f, -1e-4f, 1e-3f, -1e-2f};
+    int hits = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const int t = static_cast<int>(rng() % static_cast<unsigned>(bunny.triangleCount()));
+        const vec3 a = bunny.corner(t, 0), b = bunny.corner(t, 1), c = bunny.corner(t, 2);
+        const vec3 normal = glm::normalize(glm::cross(b - a, c - a));
+        if (!std::isfinite(normal.x)) continue;
+        const vec3 along = glm::normalize(i % 2 ? b - a : (b + c) * 0.5f - a);
+        const vec3 direction = glm::normalize(along + normal * tilts[rng() % 5]);
+        const vec3 start = (i % 3 ? a : (a + b + c) / 3.0f) + normal * heights[rng() % 5];
+        const Ray ray(start - direction * (0.001f + 0.05f * static_cast<float>(i % 4)), direction);
+        hits += expectSameAsPlainTraversal(tree.get(), bunny, ray, mat4(1.0f)) >= 0;
+    }
+    EXPECT_GT(hits, 2000);
+}
+
 // A tree made by hand need not keep a node's triangles inside its box. A child whose box lies
 // behind the best hit is still searched, and its triangle in front of that hit wins.
 // Unit squares in the three axis planes of a lattice, and rays that start on its planes, edges
