@@ -32,7 +32,8 @@ class Packer {
     bool reserve(const OctreeNode& root) {
         size_t nodes = 0, blocks = 0, groups = 0;
         if (!count(root, 0, nodes, blocks, groups)) return false;
-        out_.blocks.reserve(blocks);
+        out_.childBoxes.reserve(blocks);
+        out_.children.reserve(4 * blocks);
         out_.groups.reserve(groups);
         out_.numbers.reserve(4 * groups);
         out_.groupBoxes.reserve((groups + 3) / 4);
@@ -63,26 +64,23 @@ class Packer {
         uint32_t count = 0;
         for (const OctreeNode* child : node.children)
             if (child) children[count++] = child;
-        ref.first = static_cast<uint32_t>(out_.blocks.size());
+        ref.first = static_cast<uint32_t>(out_.childBoxes.size());
         ref.shape = kInner | count;
-        out_.blocks.resize(out_.blocks.size() + (count + 3) / 4, ChildBlock{});
+        out_.childBoxes.resize(out_.childBoxes.size() + (count + 3) / 4, BoxLanes{});
+        out_.children.resize(4 * out_.childBoxes.size(), NodeRef{});
         for (uint32_t i = 0; i < count; ++i) {
-            ChildBlock& block = out_.blocks[ref.first + i / 4];
+            BoxLanes& boxes = out_.childBoxes[ref.first + i / 4];
             const AABB& box = children[i]->worldBounds;
             for (int axis = 0; axis < 3; ++axis) {
-                block.lo[axis][i % 4] = box.min[axis];
-                block.hi[axis][i % 4] = box.max[axis];
+                boxes.lo[axis][i % 4] = box.min[axis];
+                boxes.hi[axis][i % 4] = box.max[axis];
             }
             noteBox(box);
         }
         for (uint32_t i = 0; i < count; ++i) {
             NodeRef child;
             if (!pack(*children[i], depth + 1, child)) return false;
-            ChildBlock& block = out_.blocks[ref.first + i / 4]; // the array may have moved
-            block.source[i % 4] = child.source;
-            block.signature[i % 4] = child.signature;
-            block.first[i % 4] = child.first;
-            block.shape[i % 4] = child.shape;
+            out_.children[size_t{4} * ref.first + i] = child; // the array may have moved
         }
         return true;
     }
@@ -139,8 +137,8 @@ class Packer {
     // and an infinite one gives no useful box, so either makes the box all of space.
     void noteGroupBox(const CornerGroup& group) {
         const size_t index = out_.groups.size();
-        if (index % 4 == 0) out_.groupBoxes.push_back(GroupBoxes{});
-        GroupBoxes& boxes = out_.groupBoxes.back();
+        if (index % 4 == 0) out_.groupBoxes.push_back(BoxLanes{});
+        BoxLanes& boxes = out_.groupBoxes.back();
         const int lane = static_cast<int>(index % 4);
         const __m128 zero = _mm_setzero_ps();
         int finite = 15;

@@ -1,7 +1,8 @@
-// A compact copy of a builder's tree for the ray hit: each node's children four to a block
-// (their boxes as lanes, beside what entering them takes) and each list's triangle corners as
-// lanes, so that a ray reads a few dense records per level instead of every child node, its
-// list, its index entries and its scattered vertices.
+// A compact copy of a builder's tree for the ray hit: each node's children's boxes four to a
+// block as lanes, with what entering a child takes kept apart, and each list's triangle corners
+// as lanes, four triangles a group, with the groups' boxes beside them. A ray reads a few dense
+// records per level instead of every child node, its list, its index entries and its scattered
+// vertices, and reads the corners only of groups whose box it may hit.
 //
 // The copy stands for the tree as it was when it was packed. A tree is public, though, and may
 // be changed by hand afterwards, so every node the walk enters is compared with its source
@@ -29,10 +30,8 @@ struct alignas(16) CornerGroup {
     float corner[3][3][4]; // corner k, axis, lane
 };
 
-// The boxes of four consecutive groups (groups 4b to 4b + 3 in block b) as lanes: the exact
-// fit of each group's corners, or the whole of space for a group with a corner that is not
-// finite. A leaf's groups need not start a block.
-struct alignas(16) GroupBoxes {
+// Four boxes as lanes: lane i of lo[axis] and hi[axis] is box i's side on that axis.
+struct alignas(32) BoxLanes {
     float lo[3][4], hi[3][4];
 };
 
@@ -41,35 +40,30 @@ struct alignas(16) GroupBoxes {
 struct NodeRef {
     const OctreeNode* source;
     uint64_t signature; // nodeSignature of the source when packed
-    // Inner: its first ChildBlock. Leaf: its first CornerGroup; the leaves' lists are packed in
-    // the tree's depth-first order and none is empty, so this also ranks the leaves in it.
+    // Inner: its first block of childBoxes. Leaf: its first CornerGroup; the leaves' lists are
+    // packed in the tree's depth-first order and none is empty, so this also ranks the leaves in
+    // it.
     uint32_t first;
     uint32_t shape; // inner: kInner | number of children; leaf: length of the list
 };
 
-// Up to four children of one node, in slot order, as lanes; a node with k children has
-// ceil(k / 4) blocks in a row. Everything the walk reads to choose and enter a child sits in
-// these three cache lines. Lanes past the last child hold a point box at 0 and no source.
-struct alignas(64) ChildBlock {
-    float lo[3][4], hi[3][4]; // the children's worldBounds
-    const OctreeNode* source[4];
-    uint64_t signature[4];
-    uint32_t first[4], shape[4];
-
-    NodeRef child(int lane) const {
-        return {source[lane], signature[lane], first[lane], shape[lane]};
-    }
-};
-static_assert(sizeof(ChildBlock) == 192, "three cache lines");
-
 struct PackedOctree {
     NodeRef root;
-    std::vector<ChildBlock> blocks;
+    // The children of an inner node with k children, in slot order, four to a block in
+    // ceil(k / 4) blocks from its `first`: their worldBounds in childBoxes, and in `children`
+    // from four times `first`, what entering them takes. The walk reads the boxes of all and
+    // the references of those it enters. Lanes past the last child hold a point box at 0 and
+    // no source.
+    std::vector<BoxLanes> childBoxes;
+    std::vector<NodeRef> children;
     std::vector<CornerGroup> groups;
-    std::vector<int32_t> numbers;       // the entries of group g at 4g to 4g + 3
-    std::vector<GroupBoxes> groupBoxes; // group g's box in block g / 4, lane g % 4
-    bool finiteBoxes = true;            // no NaN or infinite coordinate in any box
-    bool orderedBoxes = true;           // and min <= max on every axis of every box
+    std::vector<int32_t> numbers; // the entries of group g at 4g to 4g + 3
+    // Group g's box in block g / 4, lane g % 4: the exact fit of its corners, or the whole of
+    // space for a group with a corner that is not finite. A leaf's groups need not start a
+    // block.
+    std::vector<BoxLanes> groupBoxes;
+    bool finiteBoxes = true;   // no NaN or infinite coordinate in any box
+    bool orderedBoxes = true;  // and min <= max on every axis of every box
     bool finiteCorners = true; // every corner of a triangle that an entry addresses is finite
     float longestEdge = 0.0f;  // of any packed triangle, in mesh coordinates
     // The arrays the corners come from; a query with others uses the nodes.

@@ -63,12 +63,13 @@ void prefetchNode(const PackedOctree& tree, const NodeRef& node, bool groupsFilt
     const char* first;
     size_t bytes;
     if (node.shape & kInner) {
-        first = reinterpret_cast<const char*>(&tree.blocks[node.first]);
-        bytes = sizeof(ChildBlock);
+        // The children's references wait for their boxes' test, which passes most over.
+        first = reinterpret_cast<const char*>(&tree.childBoxes[node.first]);
+        bytes = ((node.shape & ~kInner) + 3) / 4 * sizeof(BoxLanes);
     } else if (groupsFiltered) {
-        // The groups themselves wait for their boxes' test, which passes most of them over.
+        // So do the groups themselves.
         first = reinterpret_cast<const char*>(&tree.groupBoxes[node.first / 4]);
-        bytes = ((node.first % 4 + (node.shape + 3) / 4 + 3) / 4) * sizeof(GroupBoxes);
+        bytes = ((node.first % 4 + (node.shape + 3) / 4 + 3) / 4) * sizeof(BoxLanes);
     } else {
         first = reinterpret_cast<const char*>(&tree.groups[node.first]);
         bytes = (node.shape + 3) / 4 * sizeof(CornerGroup);
@@ -97,7 +98,7 @@ class GroupFilter {
     bool on() const { return on_; }
 
     // A bit per lane of `boxes` that the ray may hit.
-    int mayHit(const GroupBoxes& boxes) const {
+    int mayHit(const BoxLanes& boxes) const {
         const __m128 relative = _mm_set1_ps(2.5e-7f); // about 4 units of rounding
         const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
         __m128 enter = _mm_set1_ps(-kInfinity), exit = _mm_set1_ps(kInfinity);
@@ -226,13 +227,10 @@ struct Walk {
         Found found[8];
         int count = 0;
         const uint32_t children = node.shape & ~kInner;
-        const ChildBlock* blocks = &tree.blocks[node.first];
+        const BoxLanes* blocks = &tree.childBoxes[node.first];
         const __m128 best = _mm_set1_ps(bestDistance);
         for (uint32_t start = 0; start < children; start += 4) {
-            const ChildBlock& block = blocks[start / 4];
-            if (start + 4 < children) // the next block's lines are on their way meanwhile
-                for (size_t line = 0; line < sizeof(ChildBlock); line += 64)
-                    __builtin_prefetch(reinterpret_cast<const char*>(&block + 1) + line);
+            const BoxLanes& block = blocks[start / 4];
             const int present = children - start >= 4 ? 15 : (1 << (children - start)) - 1;
             __m128 boxLo[3], boxHi[3], lo[3], hi[3], entry;
             for (int axis = 0; axis < 3; ++axis) {
@@ -270,7 +268,7 @@ struct Walk {
         if (depth + count > kStackDepth) return false;
         for (int i = 0; i < count; ++i) {
             const uint32_t child = found[i].child;
-            const NodeRef ref = blocks[child / 4].child(static_cast<int>(child % 4));
+            const NodeRef& ref = tree.children[size_t{4} * node.first + child];
             prefetchNode(tree, ref, filter.on());
             stack[depth++] = {ref, found[i].nearest};
         }
