@@ -53,8 +53,8 @@ bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
                        node.shape * sizeof(int32_t)) == 0;
 }
 
-// What entering the node will read: the source's fields and the first block of children or
-// the whole list.
+// What entering the node will read first: the source's fields, and the children's boxes, or
+// the list's entries and its groups' boxes (its groups, when they are not filtered).
 void prefetchNode(const PackedOctree& tree, const NodeRef& node, bool groupsFiltered) {
     const char* source = reinterpret_cast<const char*>(node.source);
     __builtin_prefetch(source + offsetof(OctreeNode, worldBounds));
