@@ -34,6 +34,7 @@ class Packer {
         if (!count(root, 0, nodes, blocks, groups)) return false;
         out_.childBoxes.reserve(blocks);
         out_.children.reserve(4 * blocks);
+        out_.childBounds.reserve(4 * blocks);
         out_.groups.reserve(groups);
         out_.numbers.reserve(4 * groups);
         out_.groupBoxes.reserve((groups + 3) / 4);
@@ -68,9 +69,11 @@ class Packer {
         ref.shape = kInner | count;
         out_.childBoxes.resize(out_.childBoxes.size() + (count + 3) / 4, BoxLanes{});
         out_.children.resize(4 * out_.childBoxes.size(), NodeRef{});
+        out_.childBounds.resize(4 * out_.childBoxes.size(), AABB(vec3(0.0f), vec3(0.0f)));
         for (uint32_t i = 0; i < count; ++i) {
             BoxLanes& boxes = out_.childBoxes[ref.first + i / 4];
             const AABB& box = children[i]->worldBounds;
+            out_.childBounds[size_t{4} * ref.first + i] = box;
             for (int axis = 0; axis < 3; ++axis) {
                 boxes.lo[axis][i % 4] = box.min[axis];
                 boxes.hi[axis][i % 4] = box.max[axis];

@@ -6,8 +6,9 @@
 //
 // The copy stands for the tree as it was when it was packed. A tree is public, though, and may
 // be changed by hand afterwards, so every node the walk enters is compared with its source
-// first (boxes, list length, child slots through a signature; the list entry by entry); a
-// mismatch sends the query back to the nodes. The corners are those of the arrays the copy was
+// (boxes, list length, child slots through a signature; the list entry by entry; the boxes of
+// all its children, which decide where the walk goes); a mismatch sends the query back to the
+// nodes. The corners are those of the arrays the copy was
 // packed from, which the caller promises stay the mesh the tree was built from; a query with
 // other arrays does not use the copy.
 #pragma once
@@ -56,6 +57,9 @@ struct PackedOctree {
     // no source.
     std::vector<BoxLanes> childBoxes;
     std::vector<NodeRef> children;
+    // The same boxes once more as the sources hold them, at the references' places, for the
+    // check that they are unchanged.
+    std::vector<AABB> childBounds;
     std::vector<CornerGroup> groups;
     std::vector<int32_t> numbers; // the entries of group g at 4g to 4g + 3
     // Group g's box in block g / 4, lane g % 4: the exact fit of its corners, or the whole of

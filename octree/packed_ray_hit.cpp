@@ -53,6 +53,35 @@ bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
                        node.shape * sizeof(int32_t)) == 0;
 }
 
+// Every child's box is as packed, entered or not: a child's box decides whether the child is
+// entered at all, and one grown by hand could lead to a hit that its packed box keeps the walk
+// from. The node's own check has shown its child slots to be the packed ones.
+bool childBoxesMatch(const OctreeNode& source, uint32_t first, const PackedOctree& tree) {
+    const AABB* packed = &tree.childBounds[size_t{4} * first];
+    for (const OctreeNode* child : source.children) {
+        if (!child) continue;
+        // Two overlapping 16-byte halves of the six floats, compared bit for bit.
+        const char* a = reinterpret_cast<const char*>(&child->worldBounds);
+        const char* b = reinterpret_cast<const char*>(packed++);
+        const __m128i front = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a)),
+                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)));
+        const __m128i back =
+            _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 8)),
+                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 8)));
+        if (_mm_movemask_epi8(_mm_and_si128(front, back)) != 0xFFFF) return false;
+    }
+    return true;
+}
+
+void prefetchChildBoxes(const OctreeNode& source) {
+    for (const OctreeNode* child : source.children) {
+        if (!child) continue;
+        const char* box = reinterpret_cast<const char*>(&child->worldBounds);
+        __builtin_prefetch(box);
+        __builtin_prefetch(box + sizeof(AABB) - 1);
+    }
+}
+
 // What entering the node will read first: the source's fields, and the children's boxes, or
 // the list's entries and its groups' boxes (its groups, when they are not filtered).
 void prefetchNode(const PackedOctree& tree, const NodeRef& node, bool groupsFiltered) {
@@ -283,15 +312,34 @@ int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBo
     Walk walk(tree, query, hitSlack(tree, query, tree.root.source->worldBounds, rootBox));
     Best best;
     walk.stack[walk.depth++] = {tree.root, 0.0f};
+    // The inner nodes entered, whose children's boxes are compared at the end, once they have
+    // had time to arrive.
+    struct Entered {
+        const OctreeNode* source;
+        uint32_t first;
+    } entered[32];
+    int enteredCount = 0;
+    const auto checkEntered = [&] {
+        for (int i = 0; i < enteredCount; ++i)
+            if (!childBoxesMatch(*entered[i].source, entered[i].first, tree)) return false;
+        enteredCount = 0;
+        return true;
+    };
     while (walk.depth > 0) {
         const Pending next = walk.stack[--walk.depth];
         if (next.nearest > best.distance) continue; // nothing below can be as near
         if (!matchesSource(next.node, tree)) return kStale;
-        if (!(next.node.shape & kInner))
+        if (!(next.node.shape & kInner)) {
             hitsInLeaf(next.node, tree, query, walk.filter, best);
-        else if (!walk.pushChildren(next.node, best.distance))
+            continue;
+        }
+        if (enteredCount == 32 && !checkEntered()) return kStale;
+        prefetchChildBoxes(*next.node.source);
+        entered[enteredCount++] = {next.node.source, next.node.first};
+        if (!walk.pushChildren(next.node, best.distance))
             return kStale; // deeper than a packed tree can be: let the nodes answer
     }
+    if (!checkEntered()) return kStale;
     if (best.leaf == kNoLeaf) return 0;
     hitPoint = best.point;
     hitTriangle = best.triangle;

@@ -157,3 +157,55 @@ TEST(OctreePackedCopy, ThreadsAskWhileTheCopyIsMade) {
             }
         }
 }
+
+// A triangle that the tree was not built over is put by hand into a far leaf, whose box and its
+// ancestors' grow until one already holds it, as an editor might add a triangle to its
+// selectable set. The ray at it meets none of the old boxes of the grown nodes, so only their
+// boxes as they are now lead to it.
+TEST(OctreePackedCopy, BoxesGrownByHandOffTheRaysPathAreSeen) {
+    const Mesh& m = testmesh::bunny();
+    const std::vector<Ray> rays = raysAt(m, 200, 53, 0.01f);
+    int added = -1;
+    {
+        const Tree full = buildTree(m);
+        for (size_t i = 0; i < rays.size() && added < 0; ++i)
+            added = expectSameAsPlainTraversal(full.get(), m, rays[i], mat4(1.0f));
+    }
+    ASSERT_GE(added, 0);
+    std::vector<int> others = m.allTriangles();
+    others.erase(std::find(others.begin(), others.end(), added));
+    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, others, 0));
+    askUntilCopied(tree.get(), m, rays);
+
+    AABB box(m.positions[m.indices[3 * added]], m.positions[m.indices[3 * added]]);
+    for (int k = 1; k < 3; ++k) {
+        box.min = glm::min(box.min, m.positions[m.indices[3 * added + k]]);
+        box.max = glm::max(box.max, m.positions[m.indices[3 * added + k]]);
+    }
+    const auto holds = [&](const AABB& b) {
+        return glm::all(glm::lessThanEqual(b.min, box.min)) &&
+               glm::all(glm::greaterThanEqual(b.max, box.max));
+    };
+    // The path to the last leaf in tree order that lies far from the triangle.
+    std::vector<OctreeNode*> path;
+    const std::function<bool(OctreeNode*)> descend = [&](OctreeNode* node) {
+        path.push_back(node);
+        if (node->isLeaf() && glm::distance(node->worldBounds.min, box.min) > 0.05f) return true;
+        for (int slot = 7; slot >= 0; --slot)
+            if (node->children[slot] && descend(node->children[slot])) return true;
+        path.pop_back();
+        return false;
+    };
+    ASSERT_TRUE(descend(tree.get()));
+    path.back()->triangles.push_back(added);
+    for (size_t i = path.size(); i-- > 1 && !holds(path[i]->worldBounds);) {
+        for (AABB* b : {&path[i]->bounds, &path[i]->worldBounds}) {
+            b->min = glm::min(b->min, box.min);
+            b->max = glm::max(b->max, box.max);
+        }
+    }
+    int found = 0;
+    for (const Ray& ray : rays)
+        found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == added;
+    EXPECT_GT(found, 0);
+}
