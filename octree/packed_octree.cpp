@@ -189,19 +189,36 @@ class Packer {
 
 #endif
 
+namespace {
+
+// A bijection of 64-bit words, after a salt that tells the places apart. The shift folds the
+// product's high bits, which every input bit reaches, into its low ones, so that the terms of a
+// sum are not linear in the words and no few small changes of them cancel.
+inline uint64_t scramble(uint64_t word, uint64_t salt) {
+    const uint64_t x = (word ^ salt) * 0xD6E8FEB86659FD93ull;
+    return x ^ (x >> 32);
+}
+
+} // namespace
+
 uint64_t nodeSignature(const OctreeNode& node) {
-    // A sum of the words times distinct odd constants: the products are independent, so the
-    // digest costs a few cycles once the node is in cache, and a change of any single word
-    // changes the sum (an odd factor has an inverse modulo 2^64).
+    // A sum of the words, each scrambled. A change of any single word always changes its term,
+    // hence the sum; a change of several goes unseen only by a 64-bit coincidence. A weighted
+    // sum would not do: with weights in progression, growing two sides of a box by a float step
+    // or two while the list grows by one cancels exactly.
     uint64_t words[12];
     static_assert(sizeof(AABB) == 3 * sizeof(uint64_t), "a box is six floats");
     std::memcpy(words, &node.worldBounds, sizeof(AABB));
     words[3] = node.triangles.size();
     for (int slot = 0; slot < 8; ++slot)
         words[4 + slot] = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(node.children[slot]));
+    // Multiples of the golden ratio in 64-bit fixed point: twelve well spread salts.
+    static constexpr uint64_t kSalt[12] = {
+        0x9E3779B97F4A7C15ull, 0x3C6EF372FE94F82Aull, 0xDAA66D2C7DDF743Full, 0x78DDE6E5FD29F054ull,
+        0x1715609F7C746C69ull, 0xB54CDA58FBBEE87Eull, 0x538454127B096493ull, 0xF1BBCDCBFA53E0A8ull,
+        0x8FF34785799E5CBDull, 0x2E2AC13EF8E8D8D2ull, 0xCC623AF8783354E7ull, 0x6A99B4B1F77DD0FCull};
     uint64_t sums[4] = {0, 0, 0, 0};
-    for (int i = 0; i < 12; ++i)
-        sums[i % 4] += words[i] * (0x9E3779B97F4A7C15ull + 2 * i * 0x632BE59BD9B4E019ull);
+    for (int i = 0; i < 12; ++i) sums[i % 4] += scramble(words[i], kSalt[i]);
     return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 

@@ -84,7 +84,8 @@ struct PackedOctree {
 };
 
 // A digest of what the ray reads of a node besides its list's entries: worldBounds, the list's
-// length and the child slots. A change of any one of these words always changes the digest.
+// length and the child slots. A change of any one of these words always changes the digest, a
+// change of several only by a 64-bit coincidence (values computed to collide on purpose aside).
 uint64_t nodeSignature(const OctreeNode& node);
 
 // The copy of the tree under `root`, or null when the platform lacks the vector instructions,

@@ -4,6 +4,7 @@
 #include "octree_test_util.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <thread>
 
@@ -204,6 +205,44 @@ TEST(OctreePackedCopy, BoxesGrownByHandOffTheRaysPathAreSeen) {
             b->max = glm::max(b->max, box.max);
         }
     }
+    int found = 0;
+    for (const Ray& ray : rays)
+        found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == added;
+    EXPECT_GT(found, 0);
+}
+
+// A list one entry longer and a box grown by one float step on one side and two on another
+// change three words of what the walk checks of a node by small amounts; no such few small
+// changes may cancel in the check. The mesh lies below y = 0 and reaches below z = 0, so that
+// growing the box moves those two sides' bits in opposite directions.
+TEST(OctreePackedCopy, SmallChangesToSeveralFieldsOfANodeAreSeenTogether) {
+    Mesh m = testmesh::bunny();
+    for (size_t i = 0; i < m.positions.size(); ++i) {
+        m.positions[i].y -= 2.0f;
+        m.vertices[i].position = m.positions[i];
+    }
+    const std::vector<Ray> rays = raysAt(m, 300, 59, 0.01f);
+    int added = -1; // a triangle left out of the tree below, which a ray meets first
+    {
+        const Tree full = buildTree(m);
+        for (size_t i = 0; i < rays.size() && added < 0; ++i) {
+            const int hit = expectSameAsPlainTraversal(full.get(), m, rays[i], mat4(1.0f));
+            if (hit >= 0 && hit % 10 == 0) added = hit;
+        }
+    }
+    ASSERT_GE(added, 0);
+    std::vector<int> built;
+    for (int t = 0; t < m.triangleCount(); ++t)
+        if (t % 10 != 0) built.push_back(t);
+    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, built, 0));
+    askUntilCopied(tree.get(), m, rays);
+
+    AABB& box = tree->worldBounds;
+    ASSERT_LT(box.min.z, 0.0f);
+    ASSERT_LT(box.max.y, 0.0f);
+    tree->triangles.push_back(added);
+    box.min.z = std::nextafter(box.min.z, -kFloatMax);
+    box.max.y = std::nextafter(std::nextafter(box.max.y, kFloatMax), kFloatMax);
     int found = 0;
     for (const Ray& ray : rays)
         found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == added;
