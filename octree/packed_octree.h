@@ -8,9 +8,8 @@
 // be changed by hand afterwards, so every node the walk enters is compared with its source
 // (boxes, list length, child slots through a signature; the list entry by entry; the boxes of
 // all its children, which decide where the walk goes); a mismatch sends the query back to the
-// nodes. The corners are those of the arrays the copy was
-// packed from, which the caller promises stay the mesh the tree was built from; a query with
-// other arrays does not use the copy.
+// nodes. The corners are those of the arrays the copy was packed from, which the caller promises
+// stay the mesh the tree was built from; a query with other arrays does not use the copy.
 #pragma once
 
 #include <korvex/octree.h>
