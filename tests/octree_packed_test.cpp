@@ -32,6 +32,18 @@ void askUntilCopied(OctreeNode* tree, const Mesh& m, const std::vector<Ray>& ray
     }
 }
 
+// The first triangle that one of the rays meets first on a tree over the whole mesh and that
+// `accept` takes; -1 if none.
+template <typename Accept>
+int firstHitAmong(const Mesh& m, const std::vector<Ray>& rays, Accept accept) {
+    const Tree full = buildTree(m);
+    for (const Ray& ray : rays) {
+        const int hit = expectSameAsPlainTraversal(full.get(), m, ray, mat4(1.0f));
+        if (hit >= 0 && accept(hit)) return hit;
+    }
+    return -1;
+}
+
 } // namespace
 
 // Each edit changes the answer of the first ray that hits, through a different field: the
@@ -166,12 +178,7 @@ TEST(OctreePackedCopy, ThreadsAskWhileTheCopyIsMade) {
 TEST(OctreePackedCopy, BoxesGrownByHandOffTheRaysPathAreSeen) {
     const Mesh& m = testmesh::bunny();
     const std::vector<Ray> rays = raysAt(m, 200, 53, 0.01f);
-    int added = -1;
-    {
-        const Tree full = buildTree(m);
-        for (size_t i = 0; i < rays.size() && added < 0; ++i)
-            added = expectSameAsPlainTraversal(full.get(), m, rays[i], mat4(1.0f));
-    }
+    const int added = firstHitAmong(m, rays, [](int) { return true; });
     ASSERT_GE(added, 0);
     std::vector<int> others = m.allTriangles();
     others.erase(std::find(others.begin(), others.end(), added));
@@ -222,14 +229,8 @@ TEST(OctreePackedCopy, SmallChangesToSeveralFieldsOfANodeAreSeenTogether) {
         m.vertices[i].position = m.positions[i];
     }
     const std::vector<Ray> rays = raysAt(m, 300, 59, 0.01f);
-    int added = -1; // a triangle left out of the tree below, which a ray meets first
-    {
-        const Tree full = buildTree(m);
-        for (size_t i = 0; i < rays.size() && added < 0; ++i) {
-            const int hit = expectSameAsPlainTraversal(full.get(), m, rays[i], mat4(1.0f));
-            if (hit >= 0 && hit % 10 == 0) added = hit;
-        }
-    }
+    // A triangle left out of the tree below.
+    const int added = firstHitAmong(m, rays, [](int t) { return t % 10 == 0; });
     ASSERT_GE(added, 0);
     std::vector<int> built;
     for (int t = 0; t < m.triangleCount(); ++t)
