@@ -123,7 +123,7 @@ class Packer {
                 numbers[lane] = list[entry];
                 unsigned int v[3];
                 const bool usable = triangleCorners(list[entry], indices_, vertices_.size(), v);
-                if (usable && entry == start + lane) noteEdges(v);
+                if (usable && entry == start + lane) noteCorners(v);
                 for (int k = 0; k < 3; ++k)
                     for (int axis = 0; axis < 3; ++axis)
                         group.corner[k][axis][lane] = usable
@@ -166,16 +166,11 @@ class Packer {
         }
     }
 
-    // Squared for now; packOctree takes the root at the end. NaN edges are left out: a triangle
-    // with a NaN corner never hits.
-    void noteEdges(const unsigned int v[3]) {
+    void noteCorners(const unsigned int v[3]) {
         for (int k = 0; k < 3; ++k) {
             const vec3& p = vertices_[v[k]].position;
             if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
                 out_.finiteCorners = false;
-            const vec3 edge = vertices_[v[(k + 1) % 3]].position - vertices_[v[k]].position;
-            const float squared = glm::dot(edge, edge);
-            if (squared > out_.longestEdge) out_.longestEdge = squared;
         }
     }
 
@@ -184,6 +179,27 @@ class Packer {
     const std::vector<unsigned int>& indices_;
     size_t nodeLimit_;
 };
+
+// The longest edge of any triangle a number can address in these arrays, not only of those in
+// the tree: a list changed by hand in a subtree the walk passes over is never read, and the pass
+// over must hold for whatever triangle it may hold. NaN edges are left out: a triangle with a NaN
+// corner never hits.
+float longestEdgeOfMesh(const std::vector<kvx::nsVertex>& vertices,
+                        const std::vector<unsigned int>& indices) {
+    const size_t count =
+        std::min(indices.size() / 3, static_cast<size_t>(std::numeric_limits<int>::max()) + 1);
+    float longest = 0.0f; // squared until the end
+    for (size_t t = 0; t < count; ++t) {
+        unsigned int v[3];
+        if (!triangleCorners(static_cast<int>(t), indices, vertices.size(), v)) continue;
+        for (int k = 0; k < 3; ++k) {
+            const vec3 edge = vertices[v[(k + 1) % 3]].position - vertices[v[k]].position;
+            const float squared = glm::dot(edge, edge);
+            if (squared > longest) longest = squared;
+        }
+    }
+    return std::sqrt(longest) * (1.0f + 1e-6f); // a root rounded down
+}
 
 } // namespace
 
@@ -236,7 +252,7 @@ std::unique_ptr<PackedOctree> packOctree(const OctreeNode& root,
     Packer packer(*out, vertices, indices, nodeLimit);
     packer.noteBox(root.worldBounds);
     if (!packer.reserve(root) || !packer.pack(root, 0, out->root)) return nullptr;
-    out->longestEdge = std::sqrt(out->longestEdge) * (1.0f + 1e-6f); // a root rounded down
+    out->longestEdge = longestEdgeOfMesh(vertices, indices);
     return out;
 #else
     (void)root, (void)vertices, (void)indices, (void)nodeLimit;

@@ -68,7 +68,7 @@ struct PackedOctree {
     bool finiteBoxes = true;   // no NaN or infinite coordinate in any box
     bool orderedBoxes = true;  // and min <= max on every axis of every box
     bool finiteCorners = true; // every corner of a triangle that an entry addresses is finite
-    float longestEdge = 0.0f;  // of any packed triangle, in mesh coordinates
+    float longestEdge = 0.0f;  // of any triangle of the arrays, in mesh coordinates
     // The arrays the corners come from; a query with others uses the nodes.
     const kvx::nsVertex* vertexData = nullptr;
     size_t vertexCount = 0;

@@ -213,7 +213,7 @@ void hitsInLeaf(const NodeRef& node, const PackedOctree& tree, const RayQuery& q
 }
 
 // How far from its placed box a hit below a node may lie: the placement's rounding of the
-// corners and boxes, and the triangle test's stray (hitStray), for the tree's longest edge and
+// corners and boxes, and the triangle test's stray (hitStray), for the arrays' longest edge and
 // a reach of the farthest corner of the placed root box. Infinite when nothing is known.
 float hitSlack(const PackedOctree& tree, const RayQuery& q, const AABB& rootModel,
                const PlacedBox& rootBox) {

@@ -249,3 +249,82 @@ TEST(OctreePackedCopy, SmallChangesToSeveralFieldsOfANodeAreSeenTogether) {
         found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == added;
     EXPECT_GT(found, 0);
 }
+
+// A long triangle of the mesh, left out of the tree, is put by hand into a leaf whose box holds
+// it. Rays almost in its plane compute hits that stray from it by far more than the tree's own
+// tiny triangles allow, nearer than the wall of tiny triangles they would hit otherwise. The
+// walk passes over that leaf by its box's distance, so what it allows for a hit's stray must
+// hold for any triangle of the arrays, not only for those packed.
+TEST(OctreePackedCopy, ALongTriangleAddedToALeafThatIsPassedOverIsSeen) {
+    Mesh m;
+    const auto tiny = [&m](const vec3& corner) {
+        const unsigned int first = static_cast<unsigned int>(m.positions.size());
+        for (const vec3& p :
+             {corner, corner + vec3(0.003f, 0, 0), corner + vec3(0, 0.003f, 0.003f)})
+            m.add(p);
+        m.indices.insert(m.indices.end(), {first, first + 1, first + 2});
+    };
+    // Far corners that put the root's centre just below x = 0, and the eight corners of the leaf's
+    // box, [0, 0.6] x [0.01, 0.61]^2.
+    for (const vec3& c :
+         {vec3(-1.005f, -1, -1), vec3(0.997f, -1, -1), vec3(-1, 0.997f, -1), vec3(-1, -1, 0.997f)})
+        tiny(c);
+    for (int i = 0; i < 8; ++i)
+        tiny(vec3(i & 1 ? 0.597f : 0.0f, i & 2 ? 0.607f : 0.01f, i & 4 ? 0.607f : 0.01f));
+    const vec3 a(0.0f, 0.02f, 0.02f), b = a + vec3(0.54f, 0.108f, 0.144f),
+                                      c = a + vec3(0.03f, 0.324f, 0.432f);
+    const vec3 normal = glm::normalize(glm::cross(b - a, c - a));
+    const vec3 aim = 0.49f * a + 0.49f * c + 0.02f * b;
+    const vec3 along = glm::normalize(vec3(1, 0, 0) - normal * normal.x);
+    // The wall, in the plane x = -0.01 where the rays cross it.
+    const vec3 wall = aim + along * ((-0.01f - aim.x) / along.x);
+    for (int i = -6; i <= 6; ++i)
+        for (int j = -6; j <= 6; ++j) {
+            const unsigned int k = static_cast<unsigned int>(m.positions.size());
+            const vec3 corner = wall + vec3(0, i * 0.004f, j * 0.004f);
+            for (const vec3& p : {corner, corner + vec3(0, 0.004f, 0), corner + vec3(0, 0, 0.004f),
+                                  corner + vec3(0, 0.004f, 0.004f)})
+                m.add(p);
+            m.indices.insert(m.indices.end(), {k, k + 1, k + 2, k + 1, k + 3, k + 2});
+        }
+    const int longOne = m.triangleCount();
+    for (const vec3& p : {a, b, c}) m.add(p);
+    for (unsigned int k = 3; k > 0; --k)
+        m.indices.push_back(static_cast<unsigned int>(m.positions.size()) - k);
+
+    std::vector<int> built = m.allTriangles();
+    built.pop_back();
+    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, built, 0));
+    // Rays that the long triangle would stop first, were it in the tree.
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    const float tilt = 1e-6f / glm::length(glm::cross(b - a, c - a));
+    std::vector<Ray> rays;
+    for (int i = 0; i < 100000 && rays.size() < 300; ++i) {
+        const vec3 d = glm::normalize(along + tilt * (1.0f + 0.5f * std::fabs(unit(rng))) *
+                                                  (unit(rng) > 0 ? 1.0f : -1.0f) * normal);
+        vec3 p = aim + 0.01f * vec3(unit(rng), unit(rng), unit(rng));
+        p -= normal * glm::dot(p - aim, normal);
+        const Ray ray(p - 6.0f * d, d);
+        vec3 onLong, onTree;
+        float t;
+        int hit = -1;
+        if (RayIntersectsTriangle(ray, a, b, c, onLong, t) &&
+            referenceRayHit(tree.get(), ray, mat4(1.0f), m, m.indices, onTree, hit) &&
+            glm::distance(ray.origin, onLong) < glm::distance(ray.origin, onTree))
+            rays.push_back(ray);
+    }
+    ASSERT_GE(rays.size(), 50u);
+    askUntilCopied(tree.get(), m, rays);
+
+    OctreeNode* leaf = leafOf(tree.get(), 4); // one of the eight corners of the box
+    ASSERT_TRUE(leaf->isLeaf());
+    for (const vec3& p : {a, b, c})
+        ASSERT_TRUE(glm::all(glm::greaterThanEqual(p, leaf->worldBounds.min)) &&
+                    glm::all(glm::lessThanEqual(p, leaf->worldBounds.max)));
+    leaf->triangles.push_back(longOne);
+    int found = 0;
+    for (const Ray& ray : rays)
+        found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == longOne;
+    EXPECT_GT(found, 0);
+}
