@@ -240,10 +240,32 @@ struct Walk {
     __m128 slack;
     Pending stack[kStackDepth]; // left unset: only entries below `depth` are read
     int depth = 0;
+    // The inner nodes entered whose children's boxes are still to be compared: at the end of
+    // the walk, once their memory has had time to arrive, or when the list is full.
+    struct Entered {
+        const OctreeNode* source;
+        uint32_t first;
+    } entered[32];
+    int enteredCount = 0;
 
     Walk(const PackedOctree& packed, const RayQuery& query, float hitSlack)
         : tree(packed), q(query), filter(query, hitSlack), slack(_mm_set1_ps(hitSlack)) {
         for (int axis = 0; axis < 3; ++axis) origin[axis] = _mm_set1_ps(q.ray.origin[axis]);
+    }
+
+    // Notes an entered inner node; false when a node noted before no longer matches.
+    bool noteEntered(const NodeRef& node) {
+        if (enteredCount == 32 && !enteredChildBoxesMatch()) return false;
+        prefetchChildBoxes(*node.source);
+        entered[enteredCount++] = {node.source, node.first};
+        return true;
+    }
+
+    bool enteredChildBoxesMatch() {
+        for (int i = 0; i < enteredCount; ++i)
+            if (!childBoxesMatch(*entered[i].source, entered[i].first, tree)) return false;
+        enteredCount = 0;
+        return true;
     }
 
     // Pushes the children whose boxes the ray meets, farthest entry first so that the nearest
@@ -312,19 +334,6 @@ int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBo
     Walk walk(tree, query, hitSlack(tree, query, tree.root.source->worldBounds, rootBox));
     Best best;
     walk.stack[walk.depth++] = {tree.root, 0.0f};
-    // The inner nodes entered, whose children's boxes are compared at the end, once they have
-    // had time to arrive.
-    struct Entered {
-        const OctreeNode* source;
-        uint32_t first;
-    } entered[32];
-    int enteredCount = 0;
-    const auto checkEntered = [&] {
-        for (int i = 0; i < enteredCount; ++i)
-            if (!childBoxesMatch(*entered[i].source, entered[i].first, tree)) return false;
-        enteredCount = 0;
-        return true;
-    };
     while (walk.depth > 0) {
         const Pending next = walk.stack[--walk.depth];
         if (next.nearest > best.distance) continue; // nothing below can be as near
@@ -333,13 +342,11 @@ int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBo
             hitsInLeaf(next.node, tree, query, walk.filter, best);
             continue;
         }
-        if (enteredCount == 32 && !checkEntered()) return kStale;
-        prefetchChildBoxes(*next.node.source);
-        entered[enteredCount++] = {next.node.source, next.node.first};
+        if (!walk.noteEntered(next.node)) return kStale;
         if (!walk.pushChildren(next.node, best.distance))
             return kStale; // deeper than a packed tree can be: let the nodes answer
     }
-    if (!checkEntered()) return kStale;
+    if (!walk.enteredChildBoxesMatch()) return kStale;
     if (best.leaf == kNoLeaf) return 0;
     hitPoint = best.point;
     hitTriangle = best.triangle;
