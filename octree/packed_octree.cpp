@@ -30,8 +30,9 @@ class Packer {
     // Sizes the arrays for the tree under `root`; false when the tree is not packable by size
     // or depth.
     bool reserve(const OctreeNode& root) {
-        size_t nodes = 0, blocks = 0, groups = 0;
-        if (!count(root, 0, nodes, blocks, groups)) return false;
+        size_t nodes = 0, inner = 0, blocks = 0, groups = 0;
+        if (!count(root, 0, nodes, inner, blocks, groups)) return false;
+        out_.slotSets.reserve(inner);
         out_.childBoxes.reserve(blocks);
         out_.children.reserve(4 * blocks);
         out_.childBounds.reserve(4 * blocks);
@@ -46,7 +47,7 @@ class Packer {
     bool pack(const OctreeNode& node, int depth, NodeRef& ref) {
         if (depth > kDeepestPacked) return false;
         ref.source = &node;
-        ref.signature = nodeSignature(node);
+        ref.slots = 0;
         if (node.isLeaf()) {
             // Leaves rank by their first group, which an empty list would share with the next.
             if (node.triangles.empty() || node.triangles.size() >= kInner ||
@@ -65,6 +66,9 @@ class Packer {
         uint32_t count = 0;
         for (const OctreeNode* child : node.children)
             if (child) children[count++] = child;
+        ref.slots = static_cast<uint32_t>(out_.slotSets.size());
+        out_.slotSets.push_back(SlotSet{});
+        std::copy(node.children, node.children + 8, out_.slotSets.back().slot);
         ref.first = static_cast<uint32_t>(out_.childBoxes.size());
         ref.shape = kInner | count;
         out_.childBoxes.resize(out_.childBoxes.size() + (count + 3) / 4, BoxLanes{});
@@ -98,7 +102,8 @@ class Packer {
     }
 
   private:
-    bool count(const OctreeNode& node, int depth, size_t& nodes, size_t& blocks, size_t& groups) {
+    bool count(const OctreeNode& node, int depth, size_t& nodes, size_t& inner, size_t& blocks,
+               size_t& groups) {
         if (depth > kDeepestPacked || ++nodes > nodeLimit_) return false;
         groups += (node.triangles.size() + 3) / 4;
         if (groups >= kMostGroups) return false;
@@ -106,8 +111,9 @@ class Packer {
         for (const OctreeNode* child : node.children) {
             if (!child) continue;
             ++children;
-            if (!count(*child, depth + 1, nodes, blocks, groups)) return false;
+            if (!count(*child, depth + 1, nodes, inner, blocks, groups)) return false;
         }
+        if (children) ++inner;
         blocks += (children + 3) / 4;
         return true;
     }
@@ -205,39 +211,6 @@ float longestEdgeOfMesh(const std::vector<kvx::nsVertex>& vertices,
 
 #endif
 
-namespace {
-
-// A bijection of 64-bit words, after a salt that tells the places apart. The shift folds the
-// product's high bits, which every input bit reaches, into its low ones, so that the terms of a
-// sum are not linear in the words and no few small changes of them cancel.
-inline uint64_t scramble(uint64_t word, uint64_t salt) {
-    const uint64_t x = (word ^ salt) * 0xD6E8FEB86659FD93ull;
-    return x ^ (x >> 32);
-}
-
-} // namespace
-
-uint64_t nodeSignature(const OctreeNode& node) {
-    // A sum of the words, each scrambled. A change of any single word always changes its term,
-    // hence the sum; a change of several goes unseen only by a 64-bit coincidence. A weighted
-    // sum would not do: with weights in progression, growing two sides of a box by a float step
-    // or two while the list grows by one cancels exactly.
-    uint64_t words[12];
-    static_assert(sizeof(AABB) == 3 * sizeof(uint64_t), "a box is six floats");
-    std::memcpy(words, &node.worldBounds, sizeof(AABB));
-    words[3] = node.triangles.size();
-    for (int slot = 0; slot < 8; ++slot)
-        words[4 + slot] = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(node.children[slot]));
-    // Multiples of the golden ratio in 64-bit fixed point: twelve well spread salts.
-    static constexpr uint64_t kSalt[12] = {
-        0x9E3779B97F4A7C15ull, 0x3C6EF372FE94F82Aull, 0xDAA66D2C7DDF743Full, 0x78DDE6E5FD29F054ull,
-        0x1715609F7C746C69ull, 0xB54CDA58FBBEE87Eull, 0x538454127B096493ull, 0xF1BBCDCBFA53E0A8ull,
-        0x8FF34785799E5CBDull, 0x2E2AC13EF8E8D8D2ull, 0xCC623AF8783354E7ull, 0x6A99B4B1F77DD0FCull};
-    uint64_t sums[4] = {0, 0, 0, 0};
-    for (int i = 0; i < 12; ++i) sums[i % 4] += scramble(words[i], kSalt[i]);
-    return (sums[0] + sums[1]) + (sums[2] + sums[3]);
-}
-
 std::unique_ptr<PackedOctree> packOctree(const OctreeNode& root,
                                          const std::vector<kvx::nsVertex>& vertices,
                                          const std::vector<unsigned int>& indices,
@@ -250,6 +223,7 @@ std::unique_ptr<PackedOctree> packOctree(const OctreeNode& root,
     out->indexCount = indices.size();
     if (root.isLeaf()) return nullptr; // a single list gains nothing from a copy
     Packer packer(*out, vertices, indices, nodeLimit);
+    out->rootBounds = root.worldBounds;
     packer.noteBox(root.worldBounds);
     if (!packer.reserve(root) || !packer.pack(root, 0, out->root)) return nullptr;
     out->longestEdge = longestEdgeOfMesh(vertices, indices);

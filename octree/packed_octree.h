@@ -5,11 +5,12 @@
 // vertices, and reads the corners only of groups whose box it may hit.
 //
 // The copy stands for the tree as it was when it was packed. A tree is public, though, and may
-// be changed by hand afterwards, so every node the walk enters is compared with its source
-// (boxes, list length, child slots through a signature; the list entry by entry; the boxes of
-// all its children, which decide where the walk goes); a mismatch sends the query back to the
-// nodes. The corners are those of the arrays the copy was packed from, which the caller promises
-// stay the mesh the tree was built from; a query with other arrays does not use the copy.
+// be changed by hand afterwards, so every node the walk enters is compared with its source, bit
+// for bit: its child slots and list length as it is entered, a leaf's list entry by entry, and
+// the boxes of all its children, which decide where the walk goes, by the end of the walk; a
+// mismatch sends the query back to the nodes. The corners are those of the arrays the copy was
+// packed from, which the caller promises stay the mesh the tree was built from; a query with other
+// arrays does not use the copy.
 #pragma once
 
 #include <korvex/octree.h>
@@ -35,11 +36,16 @@ struct alignas(32) BoxLanes {
     float lo[3][4], hi[3][4];
 };
 
-// One node as the walk needs it before it enters: its source, a digest of the source as it
-// was packed, and where its children or its list lie in the copy.
+// An inner node's child slots as they were packed, null slots included.
+struct alignas(64) SlotSet {
+    const OctreeNode* slot[8];
+};
+
+// One node as the walk needs it before it enters: its source, and where its child slots and its
+// children or its list lie in the copy.
 struct NodeRef {
     const OctreeNode* source;
-    uint64_t signature; // nodeSignature of the source when packed
+    uint32_t slots; // inner: its SlotSet; leaf: unused
     // Inner: its first block of childBoxes. Leaf: its first CornerGroup; the leaves' lists are
     // packed in the tree's depth-first order and none is empty, so this also ranks the leaves in
     // it.
@@ -59,6 +65,8 @@ struct PackedOctree {
     // The same boxes once more as the sources hold them, at the references' places, for the
     // check that they are unchanged.
     std::vector<AABB> childBounds;
+    std::vector<SlotSet> slotSets;
+    AABB rootBounds; // the root's worldBounds, which no parent's check covers
     std::vector<CornerGroup> groups;
     std::vector<int32_t> numbers; // the entries of group g at 4g to 4g + 3
     // Group g's box in block g / 4, lane g % 4: the exact fit of its corners, or the whole of
@@ -81,11 +89,6 @@ struct PackedOctree {
                indices.data() == indexData && indices.size() == indexCount;
     }
 };
-
-// A digest of what the ray reads of a node besides its list's entries: worldBounds, the list's
-// length and the child slots. A change of any one of these words always changes the digest, a
-// change of several only by a 64-bit coincidence (values computed to collide on purpose aside).
-uint64_t nodeSignature(const OctreeNode& node);
 
 // The copy of the tree under `root`, or null when the platform lacks the vector instructions,
 // the root is a leaf, or the tree is not one a builder could have made (a list in an inner

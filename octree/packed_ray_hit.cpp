@@ -42,14 +42,42 @@ struct Pending {
     float nearest; // no hit below it lies nearer than this
 };
 
-// The node still is what was packed: boxes, list length and child slots by signature, a leaf's
-// entries four at a time.
+// Sixteen bytes at each place, compared bit for bit.
+inline __m128i sameBytes(const void* a, const void* b) {
+    return _mm_cmpeq_epi8(_mm_loadu_si128(static_cast<const __m128i*>(a)),
+                          _mm_loadu_si128(static_cast<const __m128i*>(b)));
+}
+
+bool sameBox(const AABB& a, const AABB& b) {
+    // Two overlapping 16-byte halves of the six floats.
+    const char* x = reinterpret_cast<const char*>(&a);
+    const char* y = reinterpret_cast<const char*>(&b);
+    return _mm_movemask_epi8(_mm_and_si128(sameBytes(x, y), sameBytes(x + 8, y + 8))) == 0xFFFF;
+}
+
+bool sameSlots(const OctreeNode& source, const SlotSet& packed) {
+    static_assert(sizeof(source.children) == 64 && sizeof(packed.slot) == 64, "eight pointers");
+    const char* x = reinterpret_cast<const char*>(source.children);
+    const char* y = reinterpret_cast<const char*>(packed.slot);
+    const __m128i same =
+        _mm_and_si128(_mm_and_si128(sameBytes(x, y), sameBytes(x + 16, y + 16)),
+                      _mm_and_si128(sameBytes(x + 32, y + 32), sameBytes(x + 48, y + 48)));
+    return _mm_movemask_epi8(same) == 0xFFFF;
+}
+
+const SlotSet kLeafSlots{}; // all null
+
+// The node still is what was packed, in what decides where the walk goes from it: its child
+// slots and its list, bit for bit. Its box is its parent's to compare (the root's, the query's);
+// the slots are compared before the walk follows them, so that it never reaches a node the tree
+// no longer holds.
 bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
     const OctreeNode& source = *node.source;
-    if (nodeSignature(source) != node.signature) return false;
-    if (node.shape & kInner) return true; // its empty list is part of the signature
+    if (node.shape & kInner)
+        return sameSlots(source, tree.slotSets[node.slots]) && source.triangles.empty();
     // A leaf's entries lie in `numbers` in list order, from four times its first group.
-    return std::memcmp(source.triangles.data(), &tree.numbers[size_t{4} * node.first],
+    return sameSlots(source, kLeafSlots) && source.triangles.size() == node.shape &&
+           std::memcmp(source.triangles.data(), &tree.numbers[size_t{4} * node.first],
                        node.shape * sizeof(int32_t)) == 0;
 }
 
@@ -58,18 +86,8 @@ bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
 // from. The node's own check has shown its child slots to be the packed ones.
 bool childBoxesMatch(const OctreeNode& source, uint32_t first, const PackedOctree& tree) {
     const AABB* packed = &tree.childBounds[size_t{4} * first];
-    for (const OctreeNode* child : source.children) {
-        if (!child) continue;
-        // Two overlapping 16-byte halves of the six floats, compared bit for bit.
-        const char* a = reinterpret_cast<const char*>(&child->worldBounds);
-        const char* b = reinterpret_cast<const char*>(packed++);
-        const __m128i front = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a)),
-                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)));
-        const __m128i back =
-            _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 8)),
-                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 8)));
-        if (_mm_movemask_epi8(_mm_and_si128(front, back)) != 0xFFFF) return false;
-    }
+    for (const OctreeNode* child : source.children)
+        if (child && !sameBox(child->worldBounds, *packed++)) return false;
     return true;
 }
 
@@ -86,9 +104,10 @@ void prefetchChildBoxes(const OctreeNode& source) {
 // the list's entries and its groups' boxes (its groups, when they are not filtered).
 void prefetchNode(const PackedOctree& tree, const NodeRef& node, bool groupsFiltered) {
     const char* source = reinterpret_cast<const char*>(node.source);
-    __builtin_prefetch(source + offsetof(OctreeNode, worldBounds));
+    __builtin_prefetch(source + offsetof(OctreeNode, triangles));
     __builtin_prefetch(source + offsetof(OctreeNode, children));
     __builtin_prefetch(source + offsetof(OctreeNode, children) + sizeof(node.source->children) - 1);
+    if (node.shape & kInner) __builtin_prefetch(&tree.slotSets[node.slots]);
     const char* first;
     size_t bytes;
     if (node.shape & kInner) {
@@ -331,7 +350,8 @@ struct Walk {
 
 int packedRayHit(const PackedOctree& tree, const RayQuery& query, const PlacedBox& rootBox,
                  vec3& hitPoint, int& hitTriangle) {
-    Walk walk(tree, query, hitSlack(tree, query, tree.root.source->worldBounds, rootBox));
+    if (!sameBox(tree.root.source->worldBounds, tree.rootBounds)) return kStale;
+    Walk walk(tree, query, hitSlack(tree, query, tree.rootBounds, rootBox));
     Best best;
     walk.stack[walk.depth++] = {tree.root, 0.0f};
     while (walk.depth > 0) {

@@ -218,6 +218,43 @@ TEST(OctreePackedCopy, BoxesGrownByHandOffTheRaysPathAreSeen) {
     EXPECT_GT(found, 0);
 }
 
+// A leaf that is given a child by hand becomes an inner node while its own list stays as it
+// was; the walk must see the child, here a triangle nearer than anything the leaf holds.
+TEST(OctreePackedCopy, ALeafGivenAChildByHandIsSeen) {
+    const Mesh& m = testmesh::bunny();
+    const std::vector<Ray> rays = raysAt(m, 200, 61, 0.01f);
+    const int added = firstHitAmong(m, rays, [](int) { return true; });
+    ASSERT_GE(added, 0);
+    std::vector<int> others = m.allTriangles();
+    others.erase(std::find(others.begin(), others.end(), added));
+    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, others, 0));
+    askUntilCopied(tree.get(), m, rays);
+
+    // The first ray that met the left-out triangle now ends in some leaf behind it; that leaf
+    // gets the triangle as its child.
+    int behind = -1;
+    for (const Ray& ray : rays) {
+        const int hit = expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f));
+        if (behind < 0 && hit >= 0) behind = hit;
+    }
+    ASSERT_GE(behind, 0);
+    OctreeNode* leaf = leafOf(tree.get(), behind);
+    auto* child = new OctreeNode;
+    child->triangles.push_back(added);
+    AABB& box = child->worldBounds;
+    box.min = box.max = m.positions[m.indices[3 * added]];
+    for (int k = 1; k < 3; ++k) {
+        box.min = glm::min(box.min, m.positions[m.indices[3 * added + k]]);
+        box.max = glm::max(box.max, m.positions[m.indices[3 * added + k]]);
+    }
+    child->bounds = box;
+    leaf->children[5] = child;
+    int found = 0;
+    for (const Ray& ray : rays)
+        found += expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)) == added;
+    EXPECT_GT(found, 0);
+}
+
 // A list one entry longer and a box grown by one float step on one side and two on another
 // change three words of what the walk checks of a node by small amounts; no such few small
 // changes may cancel in the check. The mesh lies below y = 0 and reaches below z = 0, so that
