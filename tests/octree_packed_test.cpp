@@ -44,6 +44,24 @@ int firstHitAmong(const Mesh& m, const std::vector<Ray>& rays, Accept accept) {
     return -1;
 }
 
+// A tree over every triangle of the mesh but `left`, answering from its copy.
+Tree treeWithout(const Mesh& m, int left, const std::vector<Ray>& rays) {
+    std::vector<int> others = m.allTriangles();
+    others.erase(std::find(others.begin(), others.end(), left));
+    Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, others, 0));
+    askUntilCopied(tree.get(), m, rays);
+    return tree;
+}
+
+AABB boxOfTriangle(const Mesh& m, int t) {
+    AABB box(m.positions[m.indices[3 * t]], m.positions[m.indices[3 * t]]);
+    for (int k = 1; k < 3; ++k) {
+        box.min = glm::min(box.min, m.positions[m.indices[3 * t + k]]);
+        box.max = glm::max(box.max, m.positions[m.indices[3 * t + k]]);
+    }
+    return box;
+}
+
 } // namespace
 
 // Each edit changes the answer of the first ray that hits, through a different field: the
@@ -180,16 +198,8 @@ TEST(OctreePackedCopy, BoxesGrownByHandOffTheRaysPathAreSeen) {
     const std::vector<Ray> rays = raysAt(m, 200, 53, 0.01f);
     const int added = firstHitAmong(m, rays, [](int) { return true; });
     ASSERT_GE(added, 0);
-    std::vector<int> others = m.allTriangles();
-    others.erase(std::find(others.begin(), others.end(), added));
-    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, others, 0));
-    askUntilCopied(tree.get(), m, rays);
-
-    AABB box(m.positions[m.indices[3 * added]], m.positions[m.indices[3 * added]]);
-    for (int k = 1; k < 3; ++k) {
-        box.min = glm::min(box.min, m.positions[m.indices[3 * added + k]]);
-        box.max = glm::max(box.max, m.positions[m.indices[3 * added + k]]);
-    }
+    const Tree tree = treeWithout(m, added, rays);
+    const AABB box = boxOfTriangle(m, added);
     const auto holds = [&](const AABB& b) {
         return glm::all(glm::lessThanEqual(b.min, box.min)) &&
                glm::all(glm::greaterThanEqual(b.max, box.max));
@@ -225,10 +235,7 @@ TEST(OctreePackedCopy, ALeafGivenAChildByHandIsSeen) {
     const std::vector<Ray> rays = raysAt(m, 200, 61, 0.01f);
     const int added = firstHitAmong(m, rays, [](int) { return true; });
     ASSERT_GE(added, 0);
-    std::vector<int> others = m.allTriangles();
-    others.erase(std::find(others.begin(), others.end(), added));
-    const Tree tree(buildOctreeFromTriangleIndices(m.positions, m.indices, others, 0));
-    askUntilCopied(tree.get(), m, rays);
+    const Tree tree = treeWithout(m, added, rays);
 
     // The first ray that met the left-out triangle now ends in some leaf behind it; that leaf
     // gets the triangle as its child.
@@ -241,13 +248,7 @@ TEST(OctreePackedCopy, ALeafGivenAChildByHandIsSeen) {
     OctreeNode* leaf = leafOf(tree.get(), behind);
     auto* child = new OctreeNode;
     child->triangles.push_back(added);
-    AABB& box = child->worldBounds;
-    box.min = box.max = m.positions[m.indices[3 * added]];
-    for (int k = 1; k < 3; ++k) {
-        box.min = glm::min(box.min, m.positions[m.indices[3 * added + k]]);
-        box.max = glm::max(box.max, m.positions[m.indices[3 * added + k]]);
-    }
-    child->bounds = box;
+    child->bounds = child->worldBounds = boxOfTriangle(m, added);
     leaf->children[5] = child;
     int found = 0;
     for (const Ray& ray : rays)
