@@ -68,9 +68,9 @@ bool sameSlots(const OctreeNode& source, const SlotSet& packed) {
 const SlotSet kLeafSlots{}; // all null
 
 // The node still is what was packed, in what decides where the walk goes from it: its child
-// slots and its list, bit for bit. Its box is its parent's to compare (the root's, the query's);
-// the slots are compared before the walk follows them, so that it never reaches a node the tree
-// no longer holds.
+// slots and its list, bit for bit. Its box is compared by its parent's check, the root's at the
+// start of the walk. The slots are compared before the walk follows them, so that it never
+// reaches a node the tree no longer holds.
 bool matchesSource(const NodeRef& node, const PackedOctree& tree) {
     const OctreeNode& source = *node.source;
     if (node.shape & kInner)
