@@ -142,7 +142,11 @@ bool traverseInside(const OctreeNode* node, const RayQuery& q, float bound, vec3
 
     for (int i = 0; i < count; ++i) {
         const Candidate& c = entered[i];
-        const float limit = std::min(bound, best);
+        // While the node's own hit leads, `best` is its ray parameter, which is its distance
+        // only for a direction of unit length; a child passed over by `bound` would then leave
+        // that hit to be measured by the caller at a distance that may lie within `bound`. Only
+        // the child's chance to win here may pass it over then.
+        const float limit = hit && bestSlot < 0 ? best : std::min(bound, best);
         // Where the ray enters the box bounds the box's distance from the origin from above
         // (within rounding), so a box entered clearly before `limit` cannot be passed over and
         // needs no closer look; entering a box is always safe.

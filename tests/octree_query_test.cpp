@@ -177,6 +177,32 @@ TEST(OctreeRayHit, HandMadeBoxesBehindTheBestHitAreStillSearched) {
     EXPECT_EQ(expectSameAsPlainTraversal(root.get(), m, ray, mat4(1.0f)), 1);
 }
 
+// A built tree edited so that an inner node has a list of its own, and a ray of half length.
+// Inside that node the list's best is a ray parameter, twice its hit's distance, so a grandchild
+// beyond the distance of the nearer sibling still wins there, and then loses to that sibling;
+// passed over, it would leave the list's hit, nearer than the sibling's, to win.
+TEST(OctreeRayHit, AnInnerNodesOwnListUnderAShortDirection) {
+    Mesh m;
+    for (float x : {2.0f, 2.5f, 3.0f})
+        for (const vec3& p : {vec3(x, 0, 0), vec3(x, 0.1f, 0), vec3(x, 0, 0.1f)}) m.add(p);
+    m.indices = {0, 1, 2, 3, 4, 5, 6, 7, 8}; // at x = 2, 2.5 and 3
+    const auto box = [](float x0, float x1) { return AABB(vec3(x0, 0, 0), vec3(x1, 0.1f, 0.1f)); };
+    Tree tree = buildTree(m); // one leaf, remembered as built, so its queries pass over
+    ASSERT_TRUE(tree->isLeaf());
+    tree->triangles.clear();
+    OctreeNode* withList = tree->children[0] = new OctreeNode();
+    withList->triangles = {0};
+    withList->bounds = withList->worldBounds = box(2, 3);
+    withList->children[0] = new OctreeNode();
+    withList->children[0]->triangles = {2};
+    withList->children[0]->bounds = withList->children[0]->worldBounds = box(3, 3);
+    OctreeNode* sibling = tree->children[1] = new OctreeNode();
+    sibling->triangles = {1};
+    sibling->bounds = sibling->worldBounds = box(1.5f, 2.5f); // entered first
+    const Ray ray(vec3(0, 0.02f, 0.02f), vec3(0.5f, 0, 0));
+    EXPECT_EQ(expectSameAsPlainTraversal(tree.get(), m, ray, mat4(1.0f)), 1);
+}
+
 TEST(OctreeRayHit, TiesInALeafKeepTheFirstListed) {
     Mesh m;
     for (const vec3& p : {vec3(-1, -1, 0), vec3(1, -1, 0), vec3(0, 1, 0)}) m.add(p);
