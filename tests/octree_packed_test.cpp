@@ -22,16 +22,6 @@ OctreeNode* leafOf(OctreeNode* root, int t) {
     return found;
 }
 
-// A tree makes its copy after one ray per 128 triangles; these are more than enough.
-void askUntilCopied(OctreeNode* tree, const Mesh& m, const std::vector<Ray>& rays) {
-    for (int i = 0; i <= m.triangleCount() / 64; ++i) {
-        vec3 point;
-        int triangle;
-        meshGeometry::TraverseOctreeForRayHit(tree, rays[static_cast<size_t>(i) % rays.size()],
-                                              mat4(1.0f), m.vertices, m.indices, point, triangle);
-    }
-}
-
 // The first triangle that one of the rays meets first on a tree over the whole mesh and that
 // `accept` takes; -1 if none.
 template <typename Accept>

@@ -109,6 +109,17 @@ inline std::vector<Ray> raysAt(const Mesh& m, int count, unsigned seed, float sp
     return rays;
 }
 
+// A built tree makes its copy for rays after one ray per 128 triangles; these are more than
+// enough.
+inline void askUntilCopied(OctreeNode* tree, const Mesh& m, const std::vector<Ray>& rays) {
+    for (int i = 0; i <= m.triangleCount() / 64; ++i) {
+        vec3 point;
+        int triangle;
+        meshGeometry::TraverseOctreeForRayHit(tree, rays[static_cast<size_t>(i) % rays.size()],
+                                              mat4(1.0f), m.vertices, m.indices, point, triangle);
+    }
+}
+
 // The library's answer equals the plain traversal's bit for bit; returns the hit triangle or -1.
 inline int expectSameAsPlainTraversal(const OctreeNode* tree, const Mesh& m, const Ray& ray,
                                       const mat4& model, vec3* hitPoint = nullptr) {
